@@ -1,0 +1,36 @@
+// Subcommands of the qor tool register themselves with QOR_COMMAND, so that
+// each family adds its own file without touching the dispatcher.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace qor::tool {
+
+using Args = std::vector<std::string>;
+using Handler = int (*)(const Args &args);
+
+struct Command {
+  const char *name;
+  const char *synopsis;  // one line for `qor --help`
+  Handler run;
+  int tour_order;  // position in `qor tour`; 0 = not part of it
+};
+
+void register_command(const Command &c);
+const std::vector<Command> &commands();
+
+// Prints "qor: <message>" to standard error and returns exit status 2.
+int usage_error(const std::string &message);
+
+struct Registrar {
+  explicit Registrar(const Command &c) { register_command(c); }
+};
+
+}  // namespace qor::tool
+
+#define QOR_TOOL_CAT2(a, b) a##b
+#define QOR_TOOL_CAT(a, b) QOR_TOOL_CAT2(a, b)
+#define QOR_COMMAND(name, synopsis, handler, tour_order)                        \
+  static ::qor::tool::Registrar QOR_TOOL_CAT(qor_command_registrar_, __LINE__)( \
+      ::qor::tool::Command{name, synopsis, handler, tour_order})
