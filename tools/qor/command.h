@@ -34,3 +34,25 @@ struct Registrar {
 #define QOR_COMMAND(name, synopsis, handler, tour_order)                        \
   static ::qor::tool::Registrar QOR_TOOL_CAT(qor_command_registrar_, __LINE__)( \
       ::qor::tool::Command{name, synopsis, handler, tour_order})
+
+namespace qor::tool {
+
+// Sections of `qor bench`: each family registers a function that measures a
+// few kernels quickly and prints a summary table.  `qor bench` runs them all
+// (the last step of the tour); `qor bench NAME...` runs the named ones.
+using BenchSection = int (*)(const Args &args);
+struct BenchEntry {
+  const char *name;
+  BenchSection run;
+};
+void register_bench(const BenchEntry &e);
+const std::vector<BenchEntry> &bench_sections();
+struct BenchRegistrar {
+  explicit BenchRegistrar(const BenchEntry &e) { register_bench(e); }
+};
+
+}  // namespace qor::tool
+
+#define QOR_BENCH_SECTION(name, handler)                                             \
+  static ::qor::tool::BenchRegistrar QOR_TOOL_CAT(qor_bench_registrar_, __LINE__)( \
+      ::qor::tool::BenchEntry{name, handler})

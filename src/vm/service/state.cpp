@@ -78,10 +78,12 @@ ThreadState *create_block() {
   return static_cast<ThreadState *>(mem);
 }
 
-// Process attach: the key and the first thread's block.  Failure here makes
-// the loader refuse the library.
+// Process attach: the key and the loading thread's block.  A constructor
+// cannot make the dynamic loader refuse the library, so a failure here is left
+// to the first accessor call, which retries and ends the process (message 773,
+// exit code 3) if the state still cannot be had.
 __attribute__((constructor)) void process_attach() {
-  if (!ensure_key() || !create_block()) out_of_state();
+  if (ensure_key() && !pthread_getspecific(g_key)) create_block();
 }
 
 // Process detach.  The calling thread's block goes back and the key is
