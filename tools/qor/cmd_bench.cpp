@@ -7,20 +7,6 @@
 
 namespace qor::tool {
 
-static std::vector<BenchEntry> &bench_registry() {
-  static std::vector<BenchEntry> r;
-  return r;
-}
-
-void register_bench(const BenchEntry &e) { bench_registry().push_back(e); }
-
-const std::vector<BenchEntry> &bench_sections() {
-  auto &r = bench_registry();
-  std::sort(r.begin(), r.end(),
-            [](const BenchEntry &a, const BenchEntry &b) { return std::strcmp(a.name, b.name) < 0; });
-  return r;
-}
-
 namespace {
 
 int run_bench(const Args &args) {

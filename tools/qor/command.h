@@ -2,6 +2,8 @@
 // each family adds its own file without touching the dispatcher.
 #pragma once
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -17,14 +19,27 @@ struct Command {
   int tour_order;  // position in `qor tour`; 0 = not part of it
 };
 
-void register_command(const Command &c);
-const std::vector<Command> &commands();
+// Registries filled by static registrars before main runs; read sorted by name.
+template <class Entry>
+std::vector<Entry> &registry() {
+  static std::vector<Entry> entries;
+  return entries;
+}
+template <class Entry>
+const std::vector<Entry> &sorted_registry() {
+  auto &r = registry<Entry>();
+  std::sort(r.begin(), r.end(),
+            [](const Entry &a, const Entry &b) { return std::strcmp(a.name, b.name) < 0; });
+  return r;
+}
+
+inline const std::vector<Command> &commands() { return sorted_registry<Command>(); }
 
 // Prints "qor: <message>" to standard error and returns exit status 2.
 int usage_error(const std::string &message);
 
 struct Registrar {
-  explicit Registrar(const Command &c) { register_command(c); }
+  explicit Registrar(const Command &c) { registry<Command>().push_back(c); }
 };
 
 }  // namespace qor::tool
@@ -45,10 +60,9 @@ struct BenchEntry {
   const char *name;
   BenchSection run;
 };
-void register_bench(const BenchEntry &e);
-const std::vector<BenchEntry> &bench_sections();
+inline const std::vector<BenchEntry> &bench_sections() { return sorted_registry<BenchEntry>(); }
 struct BenchRegistrar {
-  explicit BenchRegistrar(const BenchEntry &e) { register_bench(e); }
+  explicit BenchRegistrar(const BenchEntry &e) { registry<BenchEntry>().push_back(e); }
 };
 
 }  // namespace qor::tool

@@ -7,20 +7,6 @@
 
 namespace qor::tool {
 
-static std::vector<Command> &registry() {
-  static std::vector<Command> r;
-  return r;
-}
-
-void register_command(const Command &c) { registry().push_back(c); }
-
-const std::vector<Command> &commands() {
-  auto &r = registry();
-  std::sort(r.begin(), r.end(),
-            [](const Command &a, const Command &b) { return std::strcmp(a.name, b.name) < 0; });
-  return r;
-}
-
 int usage_error(const std::string &message) {
   std::fprintf(stderr, "qor: %s (see qor --help)\n", message.c_str());
   return 2;

@@ -183,41 +183,22 @@ using qor::vm::handle;
 
 extern "C" {
 
-QOR_API void pex_error_s(int32_t code, int32_t index, const float *a1, const float *a2, float *r1,
-                         float *r2, const char *name) {
-  handle<float, false>(code, index, a1, 1, a2, 1, r1, 1, r2, 1, name);
-}
-QOR_API void pex_error_d(int32_t code, int32_t index, const double *a1, const double *a2,
-                         double *r1, double *r2, const char *name) {
-  handle<double, false>(code, index, a1, 1, a2, 1, r1, 1, r2, 1, name);
-}
-QOR_API void pex_error_c(int32_t code, int32_t index, const float *a1, const float *a2, float *r1,
-                         float *r2, const char *name) {
-  handle<float, true>(code, index, a1, 1, a2, 1, r1, 1, r2, 1, name);
-}
-QOR_API void pex_error_z(int32_t code, int32_t index, const double *a1, const double *a2,
-                         double *r1, double *r2, const char *name) {
-  handle<double, true>(code, index, a1, 1, a2, 1, r1, 1, r2, 1, name);
-}
-QOR_API void pex_error_sI(int32_t code, int32_t index, const float *a1, int32_t inc1,
-                          const float *a2, int32_t inc2, float *r1, int32_t incr1, float *r2,
-                          int32_t incr2, const char *name) {
-  handle<float, false>(code, index, a1, inc1, a2, inc2, r1, incr1, r2, incr2, name);
-}
-QOR_API void pex_error_dI(int32_t code, int32_t index, const double *a1, int32_t inc1,
-                          const double *a2, int32_t inc2, double *r1, int32_t incr1, double *r2,
-                          int32_t incr2, const char *name) {
-  handle<double, false>(code, index, a1, inc1, a2, inc2, r1, incr1, r2, incr2, name);
-}
-QOR_API void pex_error_cI(int32_t code, int32_t index, const float *a1, int32_t inc1,
-                          const float *a2, int32_t inc2, float *r1, int32_t incr1, float *r2,
-                          int32_t incr2, const char *name) {
-  handle<float, true>(code, index, a1, inc1, a2, inc2, r1, incr1, r2, incr2, name);
-}
-QOR_API void pex_error_zI(int32_t code, int32_t index, const double *a1, int32_t inc1,
-                          const double *a2, int32_t inc2, double *r1, int32_t incr1, double *r2,
-                          int32_t incr2, const char *name) {
-  handle<double, true>(code, index, a1, inc1, a2, inc2, r1, incr1, r2, incr2, name);
-}
+// One contiguous and one strided handler per element type; complex vectors
+// are arrays of (real, imaginary) pairs of the component type.
+#define QOR_ERROR_HANDLERS(letter, T, complex)                                                 \
+  QOR_API void pex_error_##letter(int32_t code, int32_t index, const T *a1, const T *a2,      \
+                                  T *r1, T *r2, const char *name) {                          \
+    handle<T, complex>(code, index, a1, 1, a2, 1, r1, 1, r2, 1, name);                        \
+  }                                                                                           \
+  QOR_API void pex_error_##letter##I(int32_t code, int32_t index, const T *a1, int32_t inc1,  \
+                                     const T *a2, int32_t inc2, T *r1, int32_t incr1, T *r2,  \
+                                     int32_t incr2, const char *name) {                       \
+    handle<T, complex>(code, index, a1, inc1, a2, inc2, r1, incr1, r2, incr2, name);          \
+  }
+QOR_ERROR_HANDLERS(s, float, false)
+QOR_ERROR_HANDLERS(d, double, false)
+QOR_ERROR_HANDLERS(c, float, true)
+QOR_ERROR_HANDLERS(z, double, true)
+#undef QOR_ERROR_HANDLERS
 
 }  // extern "C"
