@@ -3,7 +3,8 @@
 # asking apt only when something is missing.
 set -euo pipefail
 pkgs=(cmake ninja-build g++ binutils libgtest-dev libgmock-dev libbenchmark-dev
-      libmpfr-dev libgmp-dev libsleef-dev libgsl-dev librandom123-dev)
+      libmpfr-dev libgmp-dev libsleef-dev libgsl-dev librandom123-dev
+      python3-numpy python3-scipy)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
