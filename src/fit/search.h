@@ -374,8 +374,8 @@ inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t
   return bracket_scan(x, lo, nx, t);
 }
 
-// Sites go in groups of 16 whose bisections advance in lockstep: each step
-// issues the 16 independent loads x[mid] together, so their cache misses
+// Sites go in groups of 32 whose bisections advance in lockstep: each step
+// issues the 32 independent loads x[mid] together, so their cache misses
 // overlap instead of queueing one site behind the other.  A site whose
 // bracket is already 40 or narrower (or that is settled by the end tests)
 // sits out the remaining steps unchanged, so every site follows exactly the
@@ -383,7 +383,7 @@ inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t
 template <class T, Width W>
 void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, const int64_t *tab,
                    int64_t m, Idx<W> *cell) {
-  constexpr int kGroup = 16;
+  constexpr int kGroup = 32;
   const T x0 = x[0], last = x[nx - 1];
   int64_t i = 0;
   for (; i + kGroup <= n; i += kGroup) {
