@@ -406,6 +406,10 @@ void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, co
     }
     for (bool any = true; any;) {
       any = false;
+      // A short first pass only touches the lines, so that all 32 misses
+      // are outstanding before the compares wait for any of them.
+      for (int b = 0; b < kGroup; ++b)
+        _mm_prefetch(reinterpret_cast<const char *>(x + ((lo[b] + hi[b]) >> 1)), _MM_HINT_T0);
       for (int b = 0; b < kGroup; ++b) {
         const bool wide = lo[b] < hi[b] - kHybridScanWidth;
         const int64_t mid = (lo[b] + hi[b]) >> 1;
@@ -414,6 +418,12 @@ void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, co
         lo[b] = wide && !above ? mid : lo[b];
         any |= wide;
       }
+    }
+    for (int b = 0; b < kGroup; ++b) {
+      const char *w = reinterpret_cast<const char *>(x + lo[b]);
+      _mm_prefetch(w, _MM_HINT_T0);
+      _mm_prefetch(w + 128, _MM_HINT_T0);
+      _mm_prefetch(w + 256, _MM_HINT_T0);
     }
     for (int b = 0; b < kGroup; ++b)
       cell[i + b] = static_cast<Idx<W>>(done[b] >= 0 ? done[b] : bracket_scan(x, lo[b], nx, site[i + b]));
