@@ -224,7 +224,7 @@ inline int64_t quasi_settle(const T *x, int64_t nx, T t, int64_t g) {
     const uint32_t g1 = static_cast<uint32_t>(static_cast<int32_t>(g)) + 1u;
     k = g1 > static_cast<uint64_t>(nx) ? nx : static_cast<int64_t>(g1);
   }
-  if (k < 1) k = 1;  // only a position of -1 rounds here; x[0] <= t anyway
+  if (k < 1) k = 1;  // cannot happen for t >= x[0]; keeps x[k-1] inside x
   k = scan_down(x, k, t);  // while x[k-1] > t, step down; stops at k >= 1
   return scan_up(x, k, nx, t);
 }
