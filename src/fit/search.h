@@ -360,9 +360,9 @@ inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t
   // Positions of sites inside the partition are in [0, M]; the clamps keep a
   // mismatched scale or table from reading outside either array.
   if (static_cast<uint64_t>(q) > static_cast<uint64_t>(m)) q = m;
-  int64_t lo = tab[2 * q], hi = tab[2 * q + 1];
-  if (lo < 0) lo = 0;
-  if (hi > nx - 1) hi = nx - 1;
+  const int64_t lo0 = tab[2 * q], hi0 = tab[2 * q + 1];
+  int64_t lo = lo0 < 0 ? 0 : lo0 > nx - 1 ? nx - 1 : lo0;
+  int64_t hi = hi0 < 0 ? 0 : hi0 > nx - 1 ? nx - 1 : hi0;
   while (lo < hi - kHybridScanWidth) {
     // Written as selects: the comparison is unpredictable, and conditional
     // moves keep a mispredicted branch out of every step.
@@ -394,10 +394,11 @@ void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, co
       int64_t qb = q[b];
       if constexpr (W != Width::k64) qb = static_cast<int32_t>(qb);
       if (static_cast<uint64_t>(qb) > static_cast<uint64_t>(m)) qb = m;
-      lo[b] = tab[2 * qb];
-      hi[b] = tab[2 * qb + 1];
-      if (lo[b] < 0) lo[b] = 0;
-      if (hi[b] > nx - 1) hi[b] = nx - 1;
+      // Clamped into x: the lockstep loop loads x[mid] even for a site
+      // that has stopped bisecting.
+      const int64_t lo0 = tab[2 * qb], hi0 = tab[2 * qb + 1];
+      lo[b] = lo0 < 0 ? 0 : lo0 > nx - 1 ? nx - 1 : lo0;
+      hi[b] = hi0 < 0 ? 0 : hi0 > nx - 1 ? nx - 1 : hi0;
       done[b] = -1;
       if (!(t >= x0)) done[b] = 0;
       else if (t > last) done[b] = nx;
