@@ -422,9 +422,7 @@ void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, co
     }
     for (int b = 0; b < kGroup; ++b) {
       const char *w = reinterpret_cast<const char *>(x + lo[b]);
-      _mm_prefetch(w, _MM_HINT_T0);
-      _mm_prefetch(w + 128, _MM_HINT_T0);
-      _mm_prefetch(w + 256, _MM_HINT_T0);
+      for (int off = 0; off <= 320; off += 64) _mm_prefetch(w + off, _MM_HINT_T0);
     }
     for (int b = 0; b < kGroup; ++b)
       cell[i + b] = static_cast<Idx<W>>(done[b] >= 0 ? done[b] : bracket_scan(x, lo[b], nx, site[i + b]));
