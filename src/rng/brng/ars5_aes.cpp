@@ -104,7 +104,8 @@ using qor::rng::state_of;
 
 extern "C" {
 
-QOR_API int __rixBRngARS5InitStream(int method, void *stream, int n, const unsigned int *params) {
+QOR_API int32_t __rixBRngARS5InitStream(int32_t method, void *stream, int32_t n,
+                                 const uint32_t *params) {
   using namespace qor::rng;
   Ars5State &s = *state_of<Ars5State>(stream);
   switch (method) {
@@ -146,20 +147,21 @@ QOR_API int __rixBRngARS5InitStream(int method, void *stream, int n, const unsig
   }
 }
 
-QOR_API int __rixiBRngARS5(void *stream, int n, unsigned int *r) {
+QOR_API int32_t __rixiBRngARS5(void *stream, int32_t n, void *out) {
   if (!qor::rng::cpu_has_aes()) return qor::rng::kStatusNoAes;
-  qor::rng::cb_fill_words<qor::rng::Ars5Gen>(*state_of<Ars5State>(stream), n, r);
+  qor::rng::cb_fill_words<qor::rng::Ars5Gen>(*state_of<Ars5State>(stream), n,
+                                             static_cast<uint32_t *>(out));
   return 0;
 }
 
-QOR_API int __rixsBRngARS5(void *stream, int n, float *r, float a, float b) {
+QOR_API int32_t __rixsBRngARS5(void *stream, int32_t n, float *r, float a, float b) {
   if (!qor::rng::cpu_has_aes()) return qor::rng::kStatusNoAes;
   qor::rng::cb_fill_scaled<qor::rng::Ars5Gen>(*state_of<Ars5State>(stream), n, r, a, b,
                                               qor::rng::scale_u32_to_float);
   return 0;
 }
 
-QOR_API int __rixdBRngARS5(void *stream, int n, double *r, double a, double b) {
+QOR_API int32_t __rixdBRngARS5(void *stream, int32_t n, double *r, double a, double b) {
   if (!qor::rng::cpu_has_aes()) return qor::rng::kStatusNoAes;
   qor::rng::cb_fill_scaled<qor::rng::Ars5Gen>(*state_of<Ars5State>(stream), n, r, a, b,
                                               qor::rng::scale_u32_to_double);

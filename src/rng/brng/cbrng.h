@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "qor/export.h"
+#include "qor/rng.h"
 
 namespace qor::rng {
 
@@ -65,6 +65,8 @@ inline constexpr uint32_t kTrngDefaultRetryLimit = 10;
 // Processor features, from CPUID leaf 1 (ECX bit 25 AES, bit 30 RDRAND).
 // Tests may pretend that a feature is missing to reach the refusal paths; a
 // present feature can never be faked.
+// The answers are those of __rixCPUisAES / __rixCPUisRDRAND, read once and kept:
+// CPUID can cost a hypervisor exit, far more than a short generation call.
 bool cpu_has_aes();
 bool cpu_has_rdrand();
 void cbrng_pretend_missing(bool aes_missing, bool rdrand_missing);
@@ -113,21 +115,5 @@ void ars5_block(const uint32_t key[4], const uint64_t ctr[2], uint32_t out[4]);
 
 }  // namespace qor::rng
 
-// Registry routines.  The stream argument is the stream block (header first).
-QOR_EXTERN_C {
-QOR_API int __rixBRngARS5InitStream(int method, void *stream, int n, const unsigned int *params);
-QOR_API int __rixsBRngARS5(void *stream, int n, float *r, float a, float b);
-QOR_API int __rixdBRngARS5(void *stream, int n, double *r, double a, double b);
-QOR_API int __rixiBRngARS5(void *stream, int n, unsigned int *r);
-
-QOR_API int __rixBRngPHILOX4X32X10InitStream(int method, void *stream, int n,
-                                              const unsigned int *params);
-QOR_API int __rixsBRngPHILOX4X32X10(void *stream, int n, float *r, float a, float b);
-QOR_API int __rixdBRngPHILOX4X32X10(void *stream, int n, double *r, double a, double b);
-QOR_API int __rixiBRngPHILOX4X32X10(void *stream, int n, unsigned int *r);
-
-QOR_API int __rixBRngTRNGInitStream(int method, void *stream, int n, const unsigned int *params);
-QOR_API int __rixsBRngTRNG(void *stream, int n, float *r, float a, float b);
-QOR_API int __rixdBRngTRNG(void *stream, int n, double *r, double a, double b);
-QOR_API int __rixiBRngTRNG(void *stream, int n, unsigned int *r);
-}
+// The registry routines themselves (__rixBRngARS5InitStream, __rixiBRngARS5,
+// ...) are declared with the other generators in qor/rng.h.

@@ -183,8 +183,8 @@ using qor::rng::state_of;
 
 extern "C" {
 
-QOR_API int __rixBRngPHILOX4X32X10InitStream(int method, void *stream, int n,
-                                              const unsigned int *params) {
+QOR_API int32_t __rixBRngPHILOX4X32X10InitStream(int32_t method, void *stream, int32_t n,
+                                 const uint32_t *params) {
   using namespace qor::rng;
   PhiloxState &s = *state_of<PhiloxState>(stream);
   switch (method) {
@@ -223,18 +223,19 @@ QOR_API int __rixBRngPHILOX4X32X10InitStream(int method, void *stream, int n,
   }
 }
 
-QOR_API int __rixiBRngPHILOX4X32X10(void *stream, int n, unsigned int *r) {
-  qor::rng::cb_fill_words<qor::rng::PhiloxGen>(*state_of<PhiloxState>(stream), n, r);
+QOR_API int32_t __rixiBRngPHILOX4X32X10(void *stream, int32_t n, void *out) {
+  qor::rng::cb_fill_words<qor::rng::PhiloxGen>(*state_of<PhiloxState>(stream), n,
+                                               static_cast<uint32_t *>(out));
   return 0;
 }
 
-QOR_API int __rixsBRngPHILOX4X32X10(void *stream, int n, float *r, float a, float b) {
+QOR_API int32_t __rixsBRngPHILOX4X32X10(void *stream, int32_t n, float *r, float a, float b) {
   qor::rng::cb_fill_scaled<qor::rng::PhiloxGen>(*state_of<PhiloxState>(stream), n, r, a, b,
                                                 qor::rng::scale_u32_to_float);
   return 0;
 }
 
-QOR_API int __rixdBRngPHILOX4X32X10(void *stream, int n, double *r, double a, double b) {
+QOR_API int32_t __rixdBRngPHILOX4X32X10(void *stream, int32_t n, double *r, double a, double b) {
   qor::rng::cb_fill_scaled<qor::rng::PhiloxGen>(*state_of<PhiloxState>(stream), n, r, a, b,
                                                 qor::rng::scale_u32_to_double);
   return 0;

@@ -79,7 +79,8 @@ using qor::rng::TrngState;
 
 extern "C" {
 
-QOR_API int __rixBRngTRNGInitStream(int method, void *stream, int n, const unsigned int *params) {
+QOR_API int32_t __rixBRngTRNGInitStream(int32_t method, void *stream, int32_t n,
+                                 const uint32_t *params) {
   using namespace qor::rng;
   switch (method) {
     case 0: {
@@ -100,21 +101,21 @@ QOR_API int __rixBRngTRNGInitStream(int method, void *stream, int n, const unsig
   }
 }
 
-QOR_API int __rixiBRngTRNG(void *stream, int n, unsigned int *r) {
+QOR_API int32_t __rixiBRngTRNG(void *stream, int32_t n, void *out) {
   using namespace qor::rng;
   if (!cpu_has_rdrand()) return kStatusNoRdrand;
   if (n <= 0) return kStatusOk;
   const uint32_t limit = state_of<TrngState>(stream)->retry_limit;
-  return fill_words(limit, n, r) == n ? kStatusOk : kStatusRdrandFailed;
+  return fill_words(limit, n, static_cast<uint32_t *>(out)) == n ? kStatusOk : kStatusRdrandFailed;
 }
 
-QOR_API int __rixsBRngTRNG(void *stream, int n, float *r, float a, float b) {
+QOR_API int32_t __rixsBRngTRNG(void *stream, int32_t n, float *r, float a, float b) {
   using namespace qor::rng;
   if (!cpu_has_rdrand()) return kStatusNoRdrand;
   return fill_scaled(state_of<TrngState>(stream)->retry_limit, n, r, a, b, scale_u32_to_float);
 }
 
-QOR_API int __rixdBRngTRNG(void *stream, int n, double *r, double a, double b) {
+QOR_API int32_t __rixdBRngTRNG(void *stream, int32_t n, double *r, double a, double b) {
   using namespace qor::rng;
   if (!cpu_has_rdrand()) return kStatusNoRdrand;
   return fill_scaled(state_of<TrngState>(stream)->retry_limit, n, r, a, b, scale_u32_to_double);

@@ -16,10 +16,10 @@ namespace cbrng_test {
 struct Generator {
   const char *name;
   int state_size;
-  int (*init)(int, void *, int, const unsigned int *);
-  int (*gen_s)(void *, int, float *, float, float);
-  int (*gen_d)(void *, int, double *, double, double);
-  int (*gen_i)(void *, int, unsigned int *);
+  int32_t (*init)(int32_t, void *, int32_t, const uint32_t *);
+  int32_t (*gen_s)(void *, int32_t, float *, float, float);
+  int32_t (*gen_d)(void *, int32_t, double *, double, double);
+  int32_t (*gen_i)(void *, int32_t, void *);
 };
 
 inline const Generator kArs5{"ARS5", 72, __rixBRngARS5InitStream, __rixsBRngARS5,
