@@ -1,7 +1,7 @@
 // Philox4x32-10: ten rounds of two 32x32->64 multiplications per block, key
 // bumped by the Weyl increments between rounds.  Bulk output computes four
 // blocks at a time with the blocks spread across the lanes of SSE registers
-// (word j of four consecutive blocks in one register), two such groups in
+// (word j of four consecutive blocks in one register), three such groups in
 // flight to hide the multiplier latency.
 #include <smmintrin.h>
 
@@ -38,12 +38,15 @@ inline void ctr_add128(uint32_t c[4], const uint64_t q[2]) {
   c[3] = static_cast<uint32_t>(hi >> 32);
 }
 
-// High and low halves of the lane-wise products x * m, m in every lane.
+// High and low halves of the lane-wise products x * m, m in every lane.  The
+// 32x32->64 multiplier serves lanes 0 and 2 (and, after a shuffle, 1 and 3)
+// for the high halves; the low halves come from one 32-bit multiplication,
+// which is cheaper than shuffling them back together.
 inline void mulhilo4(__m128i x, __m128i m, __m128i &hi, __m128i &lo) {
   const __m128i pe = _mm_mul_epu32(x, m);  // products of lanes 0 and 2
   const __m128i po = _mm_mul_epu32(_mm_shuffle_epi32(x, _MM_SHUFFLE(3, 3, 1, 1)), m);
-  lo = _mm_blend_epi16(pe, _mm_shuffle_epi32(po, _MM_SHUFFLE(2, 2, 0, 0)), 0xCC);
   hi = _mm_blend_epi16(_mm_shuffle_epi32(pe, _MM_SHUFFLE(3, 3, 1, 1)), po, 0xCC);
+  lo = _mm_mullo_epi32(x, m);
 }
 
 struct Group {
@@ -150,25 +153,29 @@ void philox4x32_10_blocks(const uint32_t key[2], uint32_t ctr[4], uint64_t n, ui
   make_round_keys(key, rk);
   const __m128i m0 = _mm_set1_epi32(static_cast<int>(kMul0));
   const __m128i m1 = _mm_set1_epi32(static_cast<int>(kMul1));
-  for (; n >= 8; n -= 8, out += 32) {
+  // Three groups (twelve blocks) in flight keep the multipliers busy while
+  // each round waits on the previous one.
+  for (; n >= 12; n -= 12, out += 48) {
     Group a = load_counters(ctr);
     ctr_add(ctr, 4);
     Group b = load_counters(ctr);
     ctr_add(ctr, 4);
+    Group c = load_counters(ctr);
+    ctr_add(ctr, 4);
     for (int i = 0; i < kRounds; ++i) {
       round4(a, m0, m1, rk.k0[i], rk.k1[i]);
       round4(b, m0, m1, rk.k0[i], rk.k1[i]);
+      round4(c, m0, m1, rk.k0[i], rk.k1[i]);
     }
     store_group(a, out);
     store_group(b, out + 16);
+    store_group(c, out + 32);
   }
-  if (n >= 4) {
+  for (; n >= 4; n -= 4, out += 16) {
     Group a = load_counters(ctr);
     ctr_add(ctr, 4);
     for (int i = 0; i < kRounds; ++i) round4(a, m0, m1, rk.k0[i], rk.k1[i]);
     store_group(a, out);
-    out += 16;
-    n -= 4;
   }
   for (; n > 0; --n, out += 4) {
     philox4x32_10_block(key, ctr, out);
