@@ -151,7 +151,10 @@ TEST_P(CounterBased, MultiWordSkipMatchesThePositionModel) {
       {uint64_t{1} << 32},       {(uint64_t{1} << 32) + 5}, {M},    {M - 2},
       {0, 1},                    {3, 1},                    {M, M}, {M - 1, M, 0},
       {12345, 0, 1},             {7, M, M},                 {M, M, M},
-      {0x0123456789ABCDEFull, 0xFEDCBA9876543210ull, 0x55}};
+      {0x0123456789ABCDEFull, 0xFEDCBA9876543210ull, 0x55},
+      // Whole-block distances whose block count has a zero low word, so that
+      // "one block less" borrows across 64-bit words.
+      {0, 4}, {1, 4}, {2, 4}, {3, 4}, {0, 0, 1}, {3, 0, 2}};
   for (u128 start : {u128{0}, u128{0xFFFFFFFFu}, (u128{1} << 64) - 1, ~u128{0}}) {
     for (int prefix = 0; prefix < 5; ++prefix) {
       for (const auto &k : counts) {
