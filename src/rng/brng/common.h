@@ -14,7 +14,7 @@ namespace qor::rng::brng {
 
 // Number of outputs produced per pass into scratch storage by the float and
 // double routines (the scratch lives on the stack).
-constexpr int kChunk = 1024;
+constexpr int kChunk = 4096;
 
 inline uint64_t mulmod(uint64_t a, uint64_t b, uint64_t m) {
   return static_cast<uint64_t>((static_cast<unsigned __int128>(a) * b) % m);

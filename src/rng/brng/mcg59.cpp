@@ -1,7 +1,7 @@
 // MCG59: x(n+1) = a * x(n) mod 2^59, a = 13^13.
 //
 // There is no 64-bit vector multiply below AVX-512, so the lanes are scalar:
-// sixteen independent lanes x * a^l step by a^16, which keeps the multiplier
+// eight independent lanes x * a^l step by a^8, which keeps the multiplier
 // unit busy every cycle; then single steps finish the call.
 #include "rng/brng/common.h"
 
@@ -25,19 +25,21 @@ void run(State &s, int32_t n, Emit emit) {
   uint64_t x = s.x;
   const uint64_t a = s.a;
   int32_t i = 0;
-  constexpr int L = 16;
+  constexpr int L = 8;
   if (n >= 2 * L) {
-    uint64_t lane[L];
-    lane[0] = x;
-    for (int l = 1; l < L; ++l) lane[l] = (lane[l - 1] * a) & kMask;
+    // Eight named lanes stay in registers; an array would live in memory.
+    uint64_t x0 = x, x1 = (x0 * a) & kMask, x2 = (x1 * a) & kMask, x3 = (x2 * a) & kMask;
+    uint64_t x4 = (x3 * a) & kMask, x5 = (x4 * a) & kMask, x6 = (x5 * a) & kMask,
+             x7 = (x6 * a) & kMask;
     const uint64_t aL = powmod59(a, L);
     for (; i + L <= n; i += L) {
-      for (int l = 0; l < L; ++l) {
-        emit(i + l, lane[l]);
-        lane[l] = (lane[l] * aL) & kMask;
-      }
+      emit(i, x0), emit(i + 1, x1), emit(i + 2, x2), emit(i + 3, x3);
+      emit(i + 4, x4), emit(i + 5, x5), emit(i + 6, x6), emit(i + 7, x7);
+      x0 = (x0 * aL) & kMask, x1 = (x1 * aL) & kMask, x2 = (x2 * aL) & kMask;
+      x3 = (x3 * aL) & kMask, x4 = (x4 * aL) & kMask, x5 = (x5 * aL) & kMask;
+      x6 = (x6 * aL) & kMask, x7 = (x7 * aL) & kMask;
     }
-    x = lane[0];
+    x = x0;
   }
   for (; i < n; ++i) {
     emit(i, x);

@@ -143,74 +143,76 @@ Mat power(const std::array<Mat, kTableBits> &t, uint64_t k, uint64_t m) {
   return r;
 }
 
-template <class Sink>
-void run(State &s, int32_t n, const Sink &sink) {
+// Starting states of the eight segments of a call, `seg` outputs apart.
+void make_pairs(const State &s, int32_t seg, Pair p[kLanes / 2]) {
+  State lane[kLanes];
+  lane[0] = s;
+  const Mat j1 = power(kPow1, static_cast<uint64_t>(seg), kM1);
+  const Mat j2 = power(kPow2, static_cast<uint64_t>(seg), kM2);
+  for (int l = 1; l < kLanes; ++l) {
+    lane[l] = lane[l - 1];
+    apply(j1, lane[l].x1, kM1);
+    apply(j2, lane[l].x2, kM2);
+  }
+  for (int k = 0; k < kLanes / 2; ++k)
+    for (int j = 0; j < 3; ++j) {
+      p[k].x1[j] = _mm_set_epi64x(lane[2 * k + 1].x1[j], lane[2 * k].x1[j]);
+      p[k].x2[j] = _mm_set_epi64x(lane[2 * k + 1].x2[j], lane[2 * k].x2[j]);
+    }
+}
+
+// The last lane ends where the whole call's segments end.
+void take_last(const Pair p[kLanes / 2], State &s) {
+  for (int j = 0; j < 3; ++j) {
+    s.x1[j] = static_cast<uint32_t>(_mm_extract_epi64(p[kLanes / 2 - 1].x1[j], 1));
+    s.x2[j] = static_cast<uint32_t>(_mm_extract_epi64(p[kLanes / 2 - 1].x2[j], 1));
+  }
+}
+
+// `count` steps of all lanes; lane l's j-th output goes to out[l * stride + j].
+inline void step_lanes(Pair p[kLanes / 2], int32_t count, uint32_t *out, int32_t stride) {
+  for (int32_t j = 0; j < count; ++j)
+    for (int k = 0; k < kLanes / 2; ++k) {
+      const __m128i d = step_pair(p[k]);
+      out[2 * k * stride + j] = static_cast<uint32_t>(_mm_cvtsi128_si32(d));
+      out[(2 * k + 1) * stride + j] = static_cast<uint32_t>(_mm_extract_epi32(d, 2));
+    }
+}
+
+void run_int(State &s, int32_t n, uint32_t *r) {
   int32_t i = 0;
   if (n >= kLanes * kSegmentMin) {
     const int32_t seg = n / kLanes;
-    State lane[kLanes];
-    lane[0] = s;
-    const Mat j1 = power(kPow1, static_cast<uint64_t>(seg), kM1);
-    const Mat j2 = power(kPow2, static_cast<uint64_t>(seg), kM2);
-    for (int l = 1; l < kLanes; ++l) {
-      lane[l] = lane[l - 1];
-      apply(j1, lane[l].x1, kM1);
-      apply(j2, lane[l].x2, kM2);
-    }
     Pair p[kLanes / 2];
-    for (int k = 0; k < kLanes / 2; ++k)
-      for (int j = 0; j < 3; ++j) {
-        p[k].x1[j] = _mm_set_epi64x(lane[2 * k + 1].x1[j], lane[2 * k].x1[j]);
-        p[k].x2[j] = _mm_set_epi64x(lane[2 * k + 1].x2[j], lane[2 * k].x2[j]);
-      }
-    for (int32_t j = 0; j < seg; ++j)
-      for (int k = 0; k < kLanes / 2; ++k) sink.pair(2 * k * seg + j, seg, step_pair(p[k]));
-    // The last lane ends where the whole call's segments end.
-    for (int j = 0; j < 3; ++j) {
-      s.x1[j] = static_cast<uint32_t>(_mm_extract_epi64(p[kLanes / 2 - 1].x1[j], 1));
-      s.x2[j] = static_cast<uint32_t>(_mm_extract_epi64(p[kLanes / 2 - 1].x2[j], 1));
-    }
+    make_pairs(s, seg, p);
+    step_lanes(p, seg, r, seg);
+    take_last(p, s);
     i = kLanes * seg;
   }
-  for (; i < n; ++i) sink.one(i, step(s));
+  for (; i < n; ++i) r[i] = step(s);
 }
 
-// pair(i, seg, d): the two 64-bit lanes of d go to positions i and i + seg.
-struct IntSink {
-  uint32_t *r;
-  void pair(int32_t i, int32_t seg, __m128i d) const {
-    r[i] = static_cast<uint32_t>(_mm_cvtsi128_si32(d));
-    r[i + seg] = static_cast<uint32_t>(_mm_extract_epi32(d, 2));
+// Real output: the lanes write short runs of integers to scratch, which are
+// then scaled into their segments in bulk.
+template <class Real>
+void run_real(State &s, int32_t n, Real *r, Real a, Real f) {
+  int32_t i = 0;
+  if (n >= kLanes * kSegmentMin) {
+    constexpr int32_t kRun = 256;
+    alignas(16) uint32_t tmp[kLanes * kRun];
+    const int32_t seg = n / kLanes;
+    Pair p[kLanes / 2];
+    make_pairs(s, seg, p);
+    for (int32_t off = 0; off < seg; off += kRun) {
+      const int32_t c = seg - off < kRun ? seg - off : kRun;
+      step_lanes(p, c, tmp, kRun);
+      for (int l = 0; l < kLanes; ++l) scale_u32(tmp + l * kRun, c, r + l * seg + off, a, f);
+    }
+    take_last(p, s);
+    i = kLanes * seg;
   }
-  void one(int32_t i, uint32_t u) const { r[i] = u; }
-};
-
-struct DoubleSink {
-  double *r;
-  double a, f;
-  void pair(int32_t i, int32_t seg, __m128i d) const {
-    // Values are below 2^32 and fit the 53-bit mantissa: convert through the
-    // signed range with a bias.
-    __m128d lo, hi;
-    u32_to_pd(_mm_shuffle_epi32(d, _MM_SHUFFLE(3, 1, 2, 0)), lo, hi);
-    const __m128d v = _mm_add_pd(_mm_set1_pd(a), _mm_mul_pd(lo, _mm_set1_pd(f)));
-    _mm_storel_pd(r + i, v);
-    _mm_storeh_pd(r + i + seg, v);
-  }
-  void one(int32_t i, uint32_t u) const { r[i] = a + static_cast<double>(u) * f; }
-};
-
-struct FloatSink {
-  float *r;
-  float a, f;
-  void pair(int32_t i, int32_t seg, __m128i d) const {
-    const __m128 x = u32_to_ps(_mm_shuffle_epi32(d, _MM_SHUFFLE(3, 1, 2, 0)));
-    const __m128 v = _mm_add_ps(_mm_set1_ps(a), _mm_mul_ps(x, _mm_set1_ps(f)));
-    _mm_store_ss(r + i, v);
-    _mm_store_ss(r + i + seg, _mm_shuffle_ps(v, v, 1));
-  }
-  void one(int32_t i, uint32_t u) const { r[i] = a + static_cast<float>(u) * f; }
-};
+  for (; i < n; ++i) r[i] = a + static_cast<Real>(step(s)) * f;
+}
 
 constexpr double kScale = 2.328306549837829e-10;  // 1 / m1
 
@@ -248,17 +250,17 @@ QOR_API int32_t __rixBRngMRG32K3AInitStream(int32_t method, void *stream, int32_
 }
 
 QOR_API int32_t __rixiBRngMRG32K3A(void *stream, int32_t n, void *r) {
-  run(*state<State>(stream), n, IntSink{static_cast<uint32_t *>(r)});
+  run_int(*state<State>(stream), n, static_cast<uint32_t *>(r));
   return QOR_RNG_OK;
 }
 
 QOR_API int32_t __rixdBRngMRG32K3A(void *stream, int32_t n, double *r, double a, double b) {
-  run(*state<State>(stream), n, DoubleSink{r, a, (b - a) * kScale});
+  run_real(*state<State>(stream), n, r, a, (b - a) * kScale);
   return QOR_RNG_OK;
 }
 
 QOR_API int32_t __rixsBRngMRG32K3A(void *stream, int32_t n, float *r, float a, float b) {
-  run(*state<State>(stream), n, FloatSink{r, a, (b - a) * static_cast<float>(kScale)});
+  run_real(*state<State>(stream), n, r, a, (b - a) * static_cast<float>(kScale));
   return QOR_RNG_OK;
 }
 
