@@ -1,7 +1,7 @@
 // Philox4x32-10: ten rounds of two 32x32->64 multiplications per block, key
 // bumped by the Weyl increments between rounds.  Bulk output computes four
 // blocks at a time with the blocks spread across the lanes of SSE registers
-// (word j of four consecutive blocks in one register), three such groups in
+// (word j of four consecutive blocks in one register), two such groups in
 // flight to hide the multiplier latency.
 #include <smmintrin.h>
 
@@ -38,30 +38,47 @@ inline void ctr_add128(uint32_t c[4], const uint64_t q[2]) {
   c[3] = static_cast<uint32_t>(hi >> 32);
 }
 
-// High and low halves of the lane-wise products x * m, m in every lane.  The
-// 32x32->64 multiplier serves lanes 0 and 2 (and, after a shuffle, 1 and 3)
-// for the high halves; the low halves come from one 32-bit multiplication,
-// which is cheaper than shuffling them back together.
-inline void mulhilo4(__m128i x, __m128i m, __m128i &hi, __m128i &lo) {
-  const __m128i pe = _mm_mul_epu32(x, m);  // products of lanes 0 and 2
+// Lanes 1 and 2 exchanged.
+inline __m128i swap12(__m128i x) { return _mm_shuffle_epi32(x, _MM_SHUFFLE(3, 1, 2, 0)); }
+
+// High halves of the lane-wise products x * m (m in every lane), delivered
+// with lanes 1 and 2 exchanged: the 32x32->64 multiplier serves lanes 0, 2
+// and, after one shuffle, lanes 1, 3, and a single two-source shuffle picks
+// the four high halves in that order.  The exchange is harmless because the
+// round XORs them only with words kept in the same exchanged order (below).
+inline __m128i mulhi4_swapped(__m128i x, __m128i m) {
+  const __m128i pe = _mm_mul_epu32(x, m);
   const __m128i po = _mm_mul_epu32(_mm_shuffle_epi32(x, _MM_SHUFFLE(3, 3, 1, 1)), m);
-  hi = _mm_blend_epi16(_mm_shuffle_epi32(pe, _MM_SHUFFLE(3, 3, 1, 1)), po, 0xCC);
-  lo = _mm_mullo_epi32(x, m);
+  return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(pe), _mm_castsi128_ps(po),
+                                         _MM_SHUFFLE(3, 1, 3, 1)));
 }
 
 struct Group {
   __m128i x0, x1, x2, x3;  // word j of the group's four blocks
 };
 
+// One round.  Lane order alternates between rounds: x0 and x2 are in some
+// order s, x1 and x3 in s with lanes 1, 2 exchanged.  The high products of x0
+// and x2 come out exchanged, matching x1 and x3; the low products (a plain
+// 32-bit multiply) keep order s and become the new x1 and x3, while the new
+// x0 and x2 carry the exchanged order: the invariant holds with s exchanged.
+// An even number of rounds brings s back to where it started.
 inline void round4(Group &g, __m128i m0, __m128i m1, __m128i k0, __m128i k1) {
-  __m128i hi0, lo0, hi1, lo1;
-  mulhilo4(g.x0, m0, hi0, lo0);
-  mulhilo4(g.x2, m1, hi1, lo1);
-  g.x0 = _mm_xor_si128(_mm_xor_si128(hi1, g.x1), k0);
+  const __m128i hi0 = mulhi4_swapped(g.x0, m0);
+  const __m128i hi1 = mulhi4_swapped(g.x2, m1);
+  const __m128i lo0 = _mm_mullo_epi32(g.x0, m0);
+  const __m128i lo1 = _mm_mullo_epi32(g.x2, m1);
+  // x1 ^ k0 and x3 ^ k1 do not wait for the multiplier; the empty asm keeps
+  // the compiler from reassociating the key XOR onto the multiply's path.
+  __m128i t0 = _mm_xor_si128(g.x1, k0);
+  __m128i t1 = _mm_xor_si128(g.x3, k1);
+  __asm__("" : "+x"(t0), "+x"(t1));
+  g.x0 = _mm_xor_si128(hi1, t0);
   g.x1 = lo1;
-  g.x2 = _mm_xor_si128(_mm_xor_si128(hi0, g.x3), k1);
+  g.x2 = _mm_xor_si128(hi0, t1);
   g.x3 = lo0;
 }
+static_assert(kRounds % 2 == 0, "the rounds' lane order must return to the start");
 
 // Loads the counters c, c+1, c+2, c+3 into a group.
 inline Group load_counters(const uint32_t c[4]) {
@@ -71,7 +88,7 @@ inline Group load_counters(const uint32_t c[4]) {
     g.x1 = _mm_set1_epi32(static_cast<int>(c[1]));
     g.x2 = _mm_set1_epi32(static_cast<int>(c[2]));
     g.x3 = _mm_set1_epi32(static_cast<int>(c[3]));
-    return g;
+    return g;  // splats look the same in every lane order
   }
   // A carry out of word 0 inside the group: build the counters one by one.
   alignas(16) uint32_t w[4][4];
@@ -84,11 +101,15 @@ inline Group load_counters(const uint32_t c[4]) {
   g.x1 = _mm_load_si128(reinterpret_cast<const __m128i *>(w[1]));
   g.x2 = _mm_load_si128(reinterpret_cast<const __m128i *>(w[2]));
   g.x3 = _mm_load_si128(reinterpret_cast<const __m128i *>(w[3]));
+  g.x1 = swap12(g.x1);  // the rounds expect x1 and x3 exchanged
+  g.x3 = swap12(g.x3);
   return g;
 }
 
 // Writes the group's four blocks in delivery order (a 4x4 transpose).
-inline void store_group(const Group &g, uint32_t *out) {
+inline void store_group(Group g, uint32_t *out) {
+  g.x1 = swap12(g.x1);  // back from the rounds' lane order
+  g.x3 = swap12(g.x3);
   const __m128i t0 = _mm_unpacklo_epi32(g.x0, g.x1);  // b0w0 b0w1 b1w0 b1w1
   const __m128i t1 = _mm_unpacklo_epi32(g.x2, g.x3);  // b0w2 b0w3 b1w2 b1w3
   const __m128i t2 = _mm_unpackhi_epi32(g.x0, g.x1);
@@ -153,23 +174,22 @@ void philox4x32_10_blocks(const uint32_t key[2], uint32_t ctr[4], uint64_t n, ui
   make_round_keys(key, rk);
   const __m128i m0 = _mm_set1_epi32(static_cast<int>(kMul0));
   const __m128i m1 = _mm_set1_epi32(static_cast<int>(kMul1));
-  // Three groups (twelve blocks) in flight keep the multipliers busy while
-  // each round waits on the previous one.
-  for (; n >= 12; n -= 12, out += 48) {
-    Group a = load_counters(ctr);
+  // Two groups (eight blocks) in flight keep the multipliers busy while each
+  // round waits on the previous one; more run out of registers.
+  for (; n >= 8; n -= 8, out += 32) {
+    Group g[2];
+    g[0] = load_counters(ctr);
     ctr_add(ctr, 4);
-    Group b = load_counters(ctr);
+    g[1] = load_counters(ctr);
     ctr_add(ctr, 4);
-    Group c = load_counters(ctr);
-    ctr_add(ctr, 4);
+    // Fully unrolled, the lane-order exchange of the rounds costs no moves.
+#pragma GCC unroll 10
     for (int i = 0; i < kRounds; ++i) {
-      round4(a, m0, m1, rk.k0[i], rk.k1[i]);
-      round4(b, m0, m1, rk.k0[i], rk.k1[i]);
-      round4(c, m0, m1, rk.k0[i], rk.k1[i]);
+#pragma GCC unroll 2
+      for (int j = 0; j < 2; ++j) round4(g[j], m0, m1, rk.k0[i], rk.k1[i]);
     }
-    store_group(a, out);
-    store_group(b, out + 16);
-    store_group(c, out + 32);
+    store_group(g[0], out);
+    store_group(g[1], out + 16);
   }
   for (; n >= 4; n -= 4, out += 16) {
     Group a = load_counters(ctr);
