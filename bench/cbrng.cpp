@@ -7,6 +7,8 @@
 // does not compile with; this program is only run on the build machine.
 #pragma GCC target("aes")
 #define R123_USE_AES_NI 1
+#include "rng/brng/cbrng.h"
+
 #include <Random123/ars.h>
 #include <Random123/philox.h>
 #include <benchmark/benchmark.h>
@@ -17,7 +19,6 @@
 
 #include "qor/core.h"
 #include "qor/rng.h"
-#include "rng/brng/cbrng.h"
 
 namespace {
 
@@ -74,8 +75,9 @@ void BM_qor_ARS5_int(benchmark::State &state) {
                        [](void *s, int n, uint32_t *r) { return __rixiBRngARS5(s, n, r); });
 }
 void BM_qor_Philox_int(benchmark::State &state) {
-  run_stream<uint32_t>(state, QOR_BRNG_PHILOX4X32X10, kN,
-                       [](void *s, int n, uint32_t *r) { return __rixiBRngPHILOX4X32X10(s, n, r); });
+  run_stream<uint32_t>(state, QOR_BRNG_PHILOX4X32X10, kN, [](void *s, int n, uint32_t *r) {
+    return __rixiBRngPHILOX4X32X10(s, n, r);
+  });
 }
 void BM_qor_ARS5_float(benchmark::State &state) {
   run_stream<float>(state, QOR_BRNG_ARS5, kN,

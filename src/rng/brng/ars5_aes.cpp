@@ -6,8 +6,8 @@
 // This file is compiled with -maes: every path that reaches an AES
 // instruction is behind cpu_has_aes(), and the routines return -1140 without
 // the instruction.
-#include <wmmintrin.h>
 #include <smmintrin.h>
+#include <wmmintrin.h>
 
 #include <cstring>
 
@@ -27,7 +27,8 @@ struct RoundKeys {
 
 inline RoundKeys make_round_keys(const uint32_t key[4]) {
   RoundKeys rk;
-  const __m128i w = _mm_set_epi64x(static_cast<long long>(kWeylHi), static_cast<long long>(kWeylLo));
+  const __m128i w =
+      _mm_set_epi64x(static_cast<long long>(kWeylHi), static_cast<long long>(kWeylLo));
   rk.k[0] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(key));
   for (int i = 1; i < 6; ++i) rk.k[i] = _mm_add_epi64(rk.k[i - 1], w);
   return rk;
@@ -94,7 +95,8 @@ struct Ars5Gen {
 }  // namespace
 
 void ars5_block(const uint32_t key[4], const uint64_t ctr[2], uint32_t out[4]) {
-  _mm_storeu_si128(reinterpret_cast<__m128i *>(out), encrypt(counter_vec(ctr), make_round_keys(key)));
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(out),
+                   encrypt(counter_vec(ctr), make_round_keys(key)));
 }
 
 }  // namespace qor::rng
@@ -105,7 +107,7 @@ using qor::rng::state_of;
 extern "C" {
 
 QOR_API int32_t __rixBRngARS5InitStream(int32_t method, void *stream, int32_t n,
-                                 const uint32_t *params) {
+                                        const uint32_t *params) {
   using namespace qor::rng;
   Ars5State &s = *state_of<Ars5State>(stream);
   switch (method) {

@@ -94,9 +94,9 @@ SkipCount skip_count_multi(int n, const unsigned int *params);
 // the buffer (`within`); otherwise d = k - remaining words follow the buffer.
 struct SkipSplit {
   bool within;
-  uint32_t d_mod4;    // d mod 4
-  uint64_t q[2];      // floor(d / 4) mod 2^128
-  uint64_t qm1[2];    // floor((d - 1) / 4) mod 2^128
+  uint32_t d_mod4;  // d mod 4
+  uint64_t q[2];    // floor(d / 4) mod 2^128
+  uint64_t qm1[2];  // floor((d - 1) / 4) mod 2^128
 };
 SkipSplit split_skip(const SkipCount &k, uint32_t remaining);
 

@@ -105,8 +105,8 @@ void scale_u32_to_double(const uint32_t *u, int n, double *r, double a, double b
   int i = 0;
   for (; i + 4 <= n; i += 4) {
     // Unsigned words via the signed conversion: (u - 2^31) + 2^31, both exact.
-    const __m128i w = _mm_xor_si128(
-        _mm_loadu_si128(reinterpret_cast<const __m128i *>(u + i)), flip);
+    const __m128i w =
+        _mm_xor_si128(_mm_loadu_si128(reinterpret_cast<const __m128i *>(u + i)), flip);
     const __m128d d0 = _mm_add_pd(_mm_cvtepi32_pd(w), k2p31);
     const __m128d d1 = _mm_add_pd(_mm_cvtepi32_pd(_mm_unpackhi_epi64(w, w)), k2p31);
     _mm_storeu_pd(r + i, _mm_min_pd(_mm_add_pd(va, _mm_mul_pd(d0, vs)), vtop));

@@ -49,8 +49,8 @@ inline __m128i swap12(__m128i x) { return _mm_shuffle_epi32(x, _MM_SHUFFLE(3, 1,
 inline __m128i mulhi4_swapped(__m128i x, __m128i m) {
   const __m128i pe = _mm_mul_epu32(x, m);
   const __m128i po = _mm_mul_epu32(_mm_shuffle_epi32(x, _MM_SHUFFLE(3, 3, 1, 1)), m);
-  return _mm_castps_si128(_mm_shuffle_ps(_mm_castsi128_ps(pe), _mm_castsi128_ps(po),
-                                         _MM_SHUFFLE(3, 1, 3, 1)));
+  return _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castsi128_ps(pe), _mm_castsi128_ps(po), _MM_SHUFFLE(3, 1, 3, 1)));
 }
 
 struct Group {
@@ -182,7 +182,7 @@ void philox4x32_10_blocks(const uint32_t key[2], uint32_t ctr[4], uint64_t n, ui
     ctr_add(ctr, 4);
     g[1] = load_counters(ctr);
     ctr_add(ctr, 4);
-    // Fully unrolled, the lane-order exchange of the rounds costs no moves.
+    // Fully unrolled the rounds need fewer register moves (measured faster).
 #pragma GCC unroll 10
     for (int i = 0; i < kRounds; ++i) {
 #pragma GCC unroll 2
@@ -211,7 +211,7 @@ using qor::rng::state_of;
 extern "C" {
 
 QOR_API int32_t __rixBRngPHILOX4X32X10InitStream(int32_t method, void *stream, int32_t n,
-                                 const uint32_t *params) {
+                                                 const uint32_t *params) {
   using namespace qor::rng;
   PhiloxState &s = *state_of<PhiloxState>(stream);
   switch (method) {

@@ -80,7 +80,7 @@ using qor::rng::TrngState;
 extern "C" {
 
 QOR_API int32_t __rixBRngTRNGInitStream(int32_t method, void *stream, int32_t n,
-                                 const uint32_t *params) {
+                                        const uint32_t *params) {
   using namespace qor::rng;
   switch (method) {
     case 0: {

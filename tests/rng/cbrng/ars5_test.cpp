@@ -32,7 +32,8 @@ struct TableAes {
     for (int x = 0; x < 256; ++x) {
       uint8_t inv = 0;
       for (int y = 1; y < 256 && x; ++y)
-        if (gmul(static_cast<uint8_t>(x), static_cast<uint8_t>(y)) == 1) inv = static_cast<uint8_t>(y);
+        if (gmul(static_cast<uint8_t>(x), static_cast<uint8_t>(y)) == 1)
+          inv = static_cast<uint8_t>(y);
       uint8_t s = 0x63;
       for (int r = 0; r < 5; ++r) s ^= static_cast<uint8_t>((inv << r) | (inv >> (8 - r)));
       sbox[x] = s;
@@ -91,7 +92,8 @@ const TableAes &aes() {
 
 Block hex_block(const char *h) {
   Block b;
-  for (int i = 0; i < 16; ++i) b[i] = static_cast<uint8_t>(std::stoi(std::string(h + 2 * i, 2), nullptr, 16));
+  for (int i = 0; i < 16; ++i)
+    b[i] = static_cast<uint8_t>(std::stoi(std::string(h + 2 * i, 2), nullptr, 16));
   return b;
 }
 
@@ -124,7 +126,8 @@ std::array<uint32_t, 4> ars5_reference(const uint32_t key[4], uint64_t ctr_lo, u
   s = aes().round(s, round_key(5), true);
   std::array<uint32_t, 4> out;
   for (int w = 0; w < 4; ++w)
-    out[w] = s[4 * w] | s[4 * w + 1] << 8 | s[4 * w + 2] << 16 | static_cast<uint32_t>(s[4 * w + 3]) << 24;
+    out[w] = s[4 * w] | s[4 * w + 1] << 8 | s[4 * w + 2] << 16 |
+             static_cast<uint32_t>(s[4 * w + 3]) << 24;
   return out;
 }
 

@@ -47,8 +47,9 @@ class CounterBased : public ::testing::TestWithParam<const Generator *> {
   }
   const Generator &g() const { return *GetParam(); }
   std::vector<uint32_t> key() const {
-    return key_words(g()) == 4 ? std::vector<uint32_t>{0x243F6A88, 0x85A308D3, 0x13198A2E, 0x03707344}
-                               : std::vector<uint32_t>{0xA4093822, 0x299F31D0};
+    return key_words(g()) == 4
+               ? std::vector<uint32_t>{0x243F6A88, 0x85A308D3, 0x13198A2E, 0x03707344}
+               : std::vector<uint32_t>{0xA4093822, 0x299F31D0};
   }
   Stream make(u128 ctr) { return Stream(g(), seed_for(g(), key(), ctr)); }
 };
@@ -125,8 +126,7 @@ TEST_P(CounterBased, SkipAheadEqualsGenerateAndDrop) {
           Stream s = make(start);
           s.words(prefix);
           ASSERT_EQ(form < 0 ? s.skip(k) : s.skip_ex(forms[form]), 0);
-          ASSERT_EQ(s.words(19), expected)
-              << "prefix " << prefix << " k " << k << " form " << form;
+          ASSERT_EQ(s.words(19), expected) << "prefix " << prefix << " k " << k << " form " << form;
         }
       }
     }
@@ -148,13 +148,26 @@ TEST_P(CounterBased, SkipOfZeroWordsOrNoCountChangesNothing) {
 TEST_P(CounterBased, MultiWordSkipMatchesThePositionModel) {
   const uint64_t M = ~uint64_t{0};
   const std::vector<std::vector<uint64_t>> counts = {
-      {uint64_t{1} << 32},       {(uint64_t{1} << 32) + 5}, {M},    {M - 2},
-      {0, 1},                    {3, 1},                    {M, M}, {M - 1, M, 0},
-      {12345, 0, 1},             {7, M, M},                 {M, M, M},
+      {uint64_t{1} << 32},
+      {(uint64_t{1} << 32) + 5},
+      {M},
+      {M - 2},
+      {0, 1},
+      {3, 1},
+      {M, M},
+      {M - 1, M, 0},
+      {12345, 0, 1},
+      {7, M, M},
+      {M, M, M},
       {0x0123456789ABCDEFull, 0xFEDCBA9876543210ull, 0x55},
       // Whole-block distances whose block count has a zero low word, so that
       // "one block less" borrows across 64-bit words.
-      {0, 4}, {1, 4}, {2, 4}, {3, 4}, {0, 0, 1}, {3, 0, 2}};
+      {0, 4},
+      {1, 4},
+      {2, 4},
+      {3, 4},
+      {0, 0, 1},
+      {3, 0, 2}};
   for (u128 start : {u128{0}, u128{0xFFFFFFFFu}, (u128{1} << 64) - 1, ~u128{0}}) {
     for (int prefix = 0; prefix < 5; ++prefix) {
       for (const auto &k : counts) {
@@ -177,7 +190,8 @@ TEST_P(CounterBased, MultiWordSkipMatchesThePositionModel) {
           off = 0;
           ++block;
         }
-        ASSERT_EQ(got, expected) << "prefix " << prefix << " count words " << k.size() << " k0 " << k[0];
+        ASSERT_EQ(got, expected) << "prefix " << prefix << " count words " << k.size() << " k0 "
+                                 << k[0];
       }
     }
   }
@@ -230,15 +244,21 @@ TEST_P(CounterBased, FloatAndDoubleAreScaledIntegerWords) {
     std::vector<float> f(203);
     std::vector<double> d(203);
     // Odd splits so that the buffered words feed the float path too.
-    ASSERT_EQ(g().gen_s(sf.get(), 5, f.data(), static_cast<float>(rg.a), static_cast<float>(rg.b)), 0);
-    ASSERT_EQ(g().gen_s(sf.get(), 198, f.data() + 5, static_cast<float>(rg.a), static_cast<float>(rg.b)), 0);
+    ASSERT_EQ(g().gen_s(sf.get(), 5, f.data(), static_cast<float>(rg.a), static_cast<float>(rg.b)),
+              0);
+    ASSERT_EQ(
+        g().gen_s(sf.get(), 198, f.data() + 5, static_cast<float>(rg.a), static_cast<float>(rg.b)),
+        0);
     ASSERT_EQ(g().gen_d(sd.get(), 7, d.data(), rg.a, rg.b), 0);
     ASSERT_EQ(g().gen_d(sd.get(), 196, d.data() + 7, rg.a, rg.b), 0);
     for (int i = 0; i < 203; ++i) {
-      const long double exact = rg.a + static_cast<long double>(u[i]) * (rg.b - rg.a) / 4294967296.0L;
-      EXPECT_LE(std::fabs(static_cast<long double>(d[i]) - exact), 4 * std::ldexp(1.0L, -52) * std::fmax(std::fabs(rg.a), std::fabs(rg.b)))
+      const long double exact =
+          rg.a + static_cast<long double>(u[i]) * (rg.b - rg.a) / 4294967296.0L;
+      EXPECT_LE(std::fabs(static_cast<long double>(d[i]) - exact),
+                4 * std::ldexp(1.0L, -52) * std::fmax(std::fabs(rg.a), std::fabs(rg.b)))
           << i;
-      EXPECT_LE(std::fabs(static_cast<long double>(f[i]) - exact), 4 * std::ldexp(1.0L, -23) * std::fmax(std::fabs(rg.a), std::fabs(rg.b)))
+      EXPECT_LE(std::fabs(static_cast<long double>(f[i]) - exact),
+                4 * std::ldexp(1.0L, -23) * std::fmax(std::fabs(rg.a), std::fabs(rg.b)))
           << i;
       EXPECT_TRUE(d[i] >= rg.a && d[i] < rg.b) << d[i];
       EXPECT_TRUE(f[i] >= static_cast<float>(rg.a) && f[i] < static_cast<float>(rg.b)) << f[i];
@@ -253,7 +273,8 @@ INSTANTIATE_TEST_SUITE_P(Generators, CounterBased, ::testing::Values(&kArs5, &kP
 // width: 0 maps to a, words are monotone, nothing reaches b even when the
 // formula rounds up to it.
 TEST(CbrngScaling, EndsOfTheRangeStayInsideTheInterval) {
-  const uint32_t pattern[] = {0, 1, 0x7FFFFFFF, 0x80000000, 0xFFFFFF7F, 0xFFFFFF80, 0xFFFFFFFE, 0xFFFFFFFF, 0xFFFFFFFF};
+  const uint32_t pattern[] = {0,          1,          0x7FFFFFFF, 0x80000000, 0xFFFFFF7F,
+                              0xFFFFFF80, 0xFFFFFFFE, 0xFFFFFFFF, 0xFFFFFFFF};
   for (int n = 1; n <= 9; ++n) {
     float f[9];
     double d[9];
@@ -271,7 +292,7 @@ TEST(CbrngScaling, EndsOfTheRangeStayInsideTheInterval) {
     }
     if (n >= 8) {
       EXPECT_EQ(f[7], std::nextafter(2.0f, 0.0f));  // (float)0xFFFFFFFF rounds to 2^32
-      EXPECT_EQ(f[1], 1.0f + 0x1p-32f * 1.0f);       // small words keep their precision
+      EXPECT_EQ(f[1], 1.0f + 0x1p-32f * 1.0f);      // small words keep their precision
     }
   }
 }

@@ -30,8 +30,8 @@ std::vector<Kat> load_kats() {
     std::istringstream s(line);
     Kat k;
     std::string colon;
-    s >> std::hex >> k.ctr[0] >> k.ctr[1] >> k.ctr[2] >> k.ctr[3] >> k.key[0] >> k.key[1] >> colon >>
-        k.out[0] >> k.out[1] >> k.out[2] >> k.out[3];
+    s >> std::hex >> k.ctr[0] >> k.ctr[1] >> k.ctr[2] >> k.ctr[3] >> k.key[0] >> k.key[1] >>
+        colon >> k.out[0] >> k.out[1] >> k.out[2] >> k.out[3];
     if (s && colon == ":") v.push_back(k);
   }
   return v;

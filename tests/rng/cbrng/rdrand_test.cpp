@@ -58,7 +58,8 @@ TEST(TrngInit, RetryLimitComesFromSeedWordOneOrDefaultsToTen) {
   const struct {
     std::vector<uint32_t> seed;
     uint32_t limit;
-  } cases[] = {{{}, 10}, {{5}, 10}, {{5, 0}, 10}, {{5, 3}, 3}, {{0, 1, 99}, 1}, {{0, 0xFFFFFFFF}, 0xFFFFFFFF}};
+  } cases[] = {{{}, 10},    {{5}, 10},       {{5, 0}, 10},
+               {{5, 3}, 3}, {{0, 1, 99}, 1}, {{0, 0xFFFFFFFF}, 0xFFFFFFFF}};
   for (const auto &c : cases) {
     Stream s(kTrng, c.seed);
     EXPECT_EQ(s.init_status(), 0);
@@ -117,7 +118,7 @@ TEST_F(TrngScripted, RetriesUpToTheLimitThenFails) {
     Stream s(kTrng, {0, limit == 10 ? 0u : limit});  // 0 asks for the default of 10
     g_script = Script{};
     fail(static_cast<int>(limit) - 1);
-    ok(0xAAAAAAAABBBBBBBBull);  // succeeds on the last allowed attempt
+    ok(0xAAAAAAAABBBBBBBBull);      // succeeds on the last allowed attempt
     fail(static_cast<int>(limit));  // then the next value never arrives
     unsigned int w[4] = {9, 9, 9, 9};
     EXPECT_EQ(__rixiBRngTRNG(s.get(), 4, w), -1131) << limit;
