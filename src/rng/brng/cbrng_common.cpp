@@ -18,16 +18,22 @@ bool cpuid1_ecx_bit(unsigned bit) {
   return (c >> bit) & 1u;
 }
 
-// Queried once; the answer cannot change while the process runs.
-const bool g_has_aes = cpuid1_ecx_bit(25);
-const bool g_has_rdrand = cpuid1_ecx_bit(30);
 bool g_pretend_no_aes = false;
 bool g_pretend_no_rdrand = false;
 
 }  // namespace
 
-bool cpu_has_aes() { return g_has_aes && !g_pretend_no_aes; }
-bool cpu_has_rdrand() { return g_has_rdrand && !g_pretend_no_rdrand; }
+// Queried once (on first use, so that no static initialisation order
+// matters); the answer cannot change while the process runs.
+bool cpu_has_aes() {
+  static const bool has = cpuid1_ecx_bit(25);
+  return has && !g_pretend_no_aes;
+}
+
+bool cpu_has_rdrand() {
+  static const bool has = cpuid1_ecx_bit(30);
+  return has && !g_pretend_no_rdrand;
+}
 
 void cbrng_pretend_missing(bool aes_missing, bool rdrand_missing) {
   g_pretend_no_aes = aes_missing;
