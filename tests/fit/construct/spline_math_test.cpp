@@ -1,0 +1,346 @@
+// The construction mathematics on plain arrays, against references written
+// here: the C2 splines against a dense solve of their defining conditions on
+// all 4(nx-1) coefficients, the local methods against direct transcriptions
+// of the published slope formulas, and the boundary conditions of every kind
+// checked on the resulting polynomials.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "fit/construct/spline_math.h"
+#include "spline_test_util.h"
+
+namespace {
+
+using namespace qor::fit;
+using namespace qor::fit::testing;
+
+// Dense reference for the C2 cubic: unknowns a_i, b_i, c_i, e_i of
+// a + b u + c u^2 + e u^3 on every cell, conditions written out directly.
+std::vector<long double> dense_c2_cubic(const std::vector<double> &x, const std::vector<double> &y,
+                                        int kind, bool default_flavour, const double *bc) {
+  const size_t n = x.size() - 1, N = 4 * n;
+  Dense A(N);
+  size_t r = 0;
+  auto h = [&](size_t i) { return (long double)x[i + 1] - x[i]; };
+  // value, first, second, third derivative of cell i at local u
+  auto put = [&](size_t row, size_t cell, int der, long double u, long double f) {
+    const long double coef[4][4] = {{1, u, u * u, u * u * u}, {0, 1, 2 * u, 3 * u * u},
+                                    {0, 0, 2, 6 * u}, {0, 0, 0, 6}};
+    for (int k = 0; k < 4; ++k) A.a[row][4 * cell + k] += f * coef[der][k];
+  };
+  for (size_t i = 0; i < n; ++i) {
+    put(r, i, 0, 0, 1), A.b[r++] = y[i];
+    put(r, i, 0, h(i), 1), A.b[r++] = y[i + 1];
+  }
+  for (size_t i = 0; i + 1 < n; ++i)
+    for (int der = 1; der <= 2; ++der) put(r, i, der, h(i), 1), put(r, i + 1, der, 0, -1), ++r;
+  const size_t L = n - 1;
+  const bool runout = (kind == kFreeEnd && default_flavour) || (kind == kNotAKnot && n == 2);
+  if (runout) {
+    put(r++, 0, 3, 0, 1);
+    put(r++, L, 3, 0, 1);
+  } else if (kind == kNotAKnot) {
+    put(r, 0, 3, 0, 1), put(r++, 1, 3, 0, -1);
+    put(r, L - 1, 3, 0, 1), put(r++, L, 3, 0, -1);
+  } else if (kind == kPeriodic) {
+    for (int der = 1; der <= 2; ++der) put(r, L, der, h(L), 1), put(r, 0, der, 0, -1), ++r;
+  } else {
+    const bool lf = kind == kFirstBoth || kind == kFirstLeftSecondRight;
+    const bool rf = kind == kFirstBoth || kind == kSecondLeftFirstRight;
+    const long double v0 = kind == kFreeEnd ? 0 : bc[0], v1 = kind == kFreeEnd ? 0 : bc[1];
+    put(r, 0, lf ? 1 : 2, 0, 1), A.b[r++] = v0;
+    put(r, L, rf ? 1 : 2, h(L), 1), A.b[r++] = v1;
+  }
+  EXPECT_EQ(r, N);
+  return A.solve();
+}
+
+struct Grid {
+  std::vector<double> x, y;
+  bool uniform;
+};
+
+Grid make_grid(size_t nx, bool uniform, bool periodic, unsigned seed) {
+  std::mt19937_64 g(seed);
+  std::uniform_real_distribution<double> u(0.3, 1.7), v(-2, 2);
+  Grid gr;
+  gr.uniform = uniform;
+  gr.x.resize(nx);
+  gr.x[0] = -1.25;
+  for (size_t i = 1; i < nx; ++i) gr.x[i] = gr.x[i - 1] + (uniform ? 0.375 : u(g));
+  gr.y.resize(nx);
+  for (size_t i = 0; i < nx; ++i) gr.y[i] = std::sin(gr.x[i]) + 0.3 * v(g);
+  if (periodic) gr.y[nx - 1] = gr.y[0];
+  return gr;
+}
+
+struct C2Case {
+  int kind;
+  bool default_flavour;
+  size_t nx;
+  bool uniform;
+};
+
+TEST(C2Cubic, MatchesDenseSolveOfItsConditions) {
+  const double bc[2] = {0.7, -1.3};
+  std::vector<C2Case> cases;
+  for (int kind = 0; kind <= 6; ++kind)
+    for (bool def : {false, true})
+      for (size_t nx : {2, 3, 4, 5, 9, 23})
+        for (bool uni : {false, true}) {
+          if (nx == 2 && (def || kind == kNotAKnot)) continue;  // refused by the entry points
+          cases.push_back({kind, def, nx, uni});
+        }
+  unsigned seed = 1;
+  for (const C2Case &c : cases) {
+    SCOPED_TRACE(::testing::Message() << "kind " << c.kind << " default " << c.default_flavour
+                                      << " nx " << c.nx << " uniform " << c.uniform);
+    Grid gr = make_grid(c.nx, c.uniform, c.kind == kPeriodic, seed++);
+    Geometry<double> g;
+    ASSERT_EQ(g.init(int64_t(c.nx), gr.x.data(), c.uniform), 0);
+    CubicSystem<double> sys;
+    ASSERT_EQ(sys.prepare(g, c.kind, c.default_flavour ? CubicFlavour::kDefault : CubicFlavour::kNatural), 0);
+    std::vector<double> s(c.nx), coef(4 * (c.nx - 1));
+    ASSERT_EQ(sys.slopes(Values<double>{gr.y.data(), 1}, bc, s.data()), 0);
+    write_cubic(g, Values<double>{gr.y.data(), 1}, s.data(), coef.data());
+    if (c.kind == kPeriodic && c.nx == 2) {
+      // One periodic cell: the straight line through the two values.
+      EXPECT_NEAR(coef[1], (gr.y[1] - gr.y[0]) / (gr.x[1] - gr.x[0]), 1e-14);
+      EXPECT_NEAR(coef[2], 0, 1e-13);
+      continue;
+    }
+    std::vector<long double> ref = dense_c2_cubic(gr.x, gr.y, c.kind, c.default_flavour, bc);
+    for (size_t k = 0; k < coef.size(); ++k)
+      EXPECT_NEAR(coef[k], double(ref[k]), 1e-11 * (1 + std::fabs(double(ref[k])))) << "coef " << k;
+  }
+}
+
+TEST(C2Cubic, SinglePrecisionAgreesWithDouble) {
+  for (int kind : {kNotAKnot, kFreeEnd, kSecondBoth, kPeriodic}) {
+    Grid gr = make_grid(40, false, kind == kPeriodic, 77);
+    std::vector<float> xf(gr.x.begin(), gr.x.end()), yf(gr.y.begin(), gr.y.end());
+    const float bcf[2] = {0.5f, 0.25f};
+    const double bcd[2] = {0.5, 0.25};
+    Geometry<float> gf;
+    Geometry<double> gd;
+    ASSERT_EQ(gf.init(40, xf.data(), false), 0);
+    ASSERT_EQ(gd.init(40, gr.x.data(), false), 0);
+    CubicSystem<float> sf;
+    CubicSystem<double> sd;
+    ASSERT_EQ(sf.prepare(gf, kind, CubicFlavour::kNatural), 0);
+    ASSERT_EQ(sd.prepare(gd, kind, CubicFlavour::kNatural), 0);
+    std::vector<float> s1(40);
+    std::vector<double> s2(40);
+    ASSERT_EQ(sf.slopes(Values<float>{yf.data(), 1}, bcf, s1.data()), 0);
+    ASSERT_EQ(sd.slopes(Values<double>{gr.y.data(), 1}, bcd, s2.data()), 0);
+    for (int i = 0; i < 40; ++i) EXPECT_NEAR(s1[i], s2[i], 2e-5 * (1 + std::fabs(s2[i]))) << kind << " " << i;
+  }
+}
+
+TEST(C2Cubic, InterleavedStorageGivesTheSameSlopes) {
+  const int64_t nx = 17, ny = 3;
+  Grid gr = make_grid(nx, false, false, 5);
+  std::vector<double> inter(nx * ny);
+  for (int64_t i = 0; i < nx; ++i)
+    for (int64_t j = 0; j < ny; ++j) inter[i * ny + j] = gr.y[i] * (j + 1) + j;
+  Geometry<double> g;
+  ASSERT_EQ(g.init(nx, gr.x.data(), false), 0);
+  CubicSystem<double> sys;
+  ASSERT_EQ(sys.prepare(g, kFreeEnd, CubicFlavour::kNatural), 0);
+  for (int64_t j = 0; j < ny; ++j) {
+    std::vector<double> own(nx), s1(nx), s2(nx);
+    for (int64_t i = 0; i < nx; ++i) own[i] = inter[i * ny + j];
+    ASSERT_EQ(sys.slopes(Values<double>{own.data(), 1}, nullptr, s1.data()), 0);
+    ASSERT_EQ(sys.slopes(Values<double>{inter.data() + j, ny}, nullptr, s2.data()), 0);
+    for (int64_t i = 0; i < nx; ++i) EXPECT_EQ(s1[i], s2[i]);
+  }
+}
+
+// ---- local methods ---------------------------------------------------------
+
+// Akima (1970) transcribed: extended slope table m[-2..n+1] built first.
+std::vector<double> akima_reference(const std::vector<double> &x, const std::vector<double> &y, bool periodic) {
+  const int n = int(x.size()) - 1;
+  std::vector<double> m(n + 4);
+  auto M = [&](int k) -> double & { return m[k + 2]; };
+  for (int k = 0; k < n; ++k) M(k) = (y[k + 1] - y[k]) / (x[k + 1] - x[k]);
+  if (periodic) {
+    M(-1) = M(n - 1), M(-2) = M(n - 2), M(n) = M(0), M(n + 1) = M(1);
+  } else {
+    M(-1) = 2 * M(0) - M(1);
+    M(-2) = 2 * M(-1) - M(0);
+    M(n) = 2 * M(n - 1) - M(n - 2);
+    M(n + 1) = 2 * M(n) - M(n - 1);
+  }
+  std::vector<double> t(n + 1);
+  for (int i = 0; i <= n; ++i) {
+    const double w1 = std::fabs(M(i + 1) - M(i)), w2 = std::fabs(M(i - 1) - M(i - 2));
+    t[i] = (w1 + w2 == 0) ? (M(i - 1) + M(i)) / 2 : (w1 * M(i - 1) + w2 * M(i)) / (w1 + w2);
+  }
+  if (periodic) t[n] = t[0];
+  return t;
+}
+
+// Derivative at x1 of the Lagrange parabola through three points.
+double parabola_slope(double x0, double x1, double x2, double y0, double y1, double y2) {
+  return y0 * (x1 - x2) / ((x0 - x1) * (x0 - x2)) + y1 * (2 * x1 - x0 - x2) / ((x1 - x0) * (x1 - x2)) +
+         y2 * (x1 - x0) / ((x2 - x0) * (x2 - x1));
+}
+
+std::vector<double> local(LocalMethod m, const Grid &gr, int kind, const double *bc, const double *ic) {
+  Geometry<double> g;
+  EXPECT_EQ(g.init(int64_t(gr.x.size()), gr.x.data(), gr.uniform), 0);
+  std::vector<double> s(gr.x.size());
+  local_slopes(m, g, Values<double>{gr.y.data(), 1}, kind, bc, ic, s.data());
+  return s;
+}
+
+TEST(LocalSlopes, AkimaMatchesPublishedFormula) {
+  for (bool uni : {false, true})
+    for (int kind : {kAkimaEnds, kPeriodic})
+      for (size_t nx : {5, 6, 12}) {
+        Grid gr = make_grid(nx, uni, kind == kPeriodic, unsigned(nx) + 11);
+        // A flat stretch makes both Akima weights vanish at some nodes.
+        gr.y[2] = gr.y[1];
+        gr.y[3] = gr.y[1];
+        std::vector<double> s = local(LocalMethod::kAkima, gr, kind, nullptr, nullptr);
+        std::vector<double> ref = akima_reference(gr.x, gr.y, kind == kPeriodic);
+        for (size_t i = 0; i < nx; ++i) EXPECT_NEAR(s[i], ref[i], 1e-13 * (1 + std::fabs(ref[i]))) << nx << " " << i;
+      }
+}
+
+TEST(LocalSlopes, BesselIsTheThreePointParabolaSlope) {
+  Grid gr = make_grid(11, false, true, 3);
+  std::vector<double> s = local(LocalMethod::kBessel, gr, kPeriodic, nullptr, nullptr);
+  for (size_t i = 1; i + 1 < gr.x.size(); ++i)
+    EXPECT_NEAR(s[i], parabola_slope(gr.x[i - 1], gr.x[i], gr.x[i + 1], gr.y[i - 1], gr.y[i], gr.y[i + 1]), 1e-13);
+  // Periodic: the node x[0] = x[n] sits between the last and the first cell.
+  const size_t n = gr.x.size() - 1;
+  const double period = gr.x[n] - gr.x[0];
+  EXPECT_NEAR(s[0], parabola_slope(gr.x[n - 1] - period, gr.x[0], gr.x[1], gr.y[n - 1], gr.y[0], gr.y[1]), 1e-13);
+  EXPECT_EQ(s[0], s[n]);
+}
+
+TEST(LocalSlopes, HymanFilterKeepsMonotoneDataMonotone) {
+  // Steps of very different size make unfiltered cubics overshoot.
+  std::vector<double> x = {0, 1, 2, 2.5, 4, 5, 6, 7.5, 8};
+  std::vector<double> y = {0, 0.01, 0.02, 3, 3.01, 3.02, 7, 7, 7.5};
+  Grid gr{x, y, false};
+  Geometry<double> g;
+  ASSERT_EQ(g.init(int64_t(x.size()), x.data(), false), 0);
+  for (int kind : {kNotAKnot, kFreeEnd, kFirstBoth, kSecondBoth}) {
+    const double bc[2] = {5.0, -1.0};  // end values the filter must tame
+    std::vector<double> s = local(LocalMethod::kHyman, gr, kind, bc, nullptr);
+    std::vector<double> c(4 * (x.size() - 1));
+    write_cubic(g, Values<double>{y.data(), 1}, s.data(), c.data());
+    double prev = -1e300;
+    for (size_t i = 0; i + 1 < x.size(); ++i)
+      for (int k = 0; k <= 200; ++k) {
+        const double u = (x[i + 1] - x[i]) * k / 200;
+        const double v = eval_cubic(c.data() + 4 * i, u, 0);
+        EXPECT_GE(v, prev - 1e-12) << kind << " cell " << i << " k " << k;
+        prev = v;
+      }
+    // Without the filter the Bessel slopes on the same data overshoot.
+    std::vector<double> sb = local(LocalMethod::kBessel, gr, kind, bc, nullptr);
+    bool any_changed = false;
+    for (size_t i = 0; i < x.size(); ++i) any_changed |= sb[i] != s[i];
+    EXPECT_TRUE(any_changed);
+  }
+}
+
+TEST(LocalSlopes, HymanFilterRule) {
+  struct Row {
+    double s, dl, dr, want;
+  };
+  const Row rows[] = {
+      {1.0, 1.0, 2.0, 1.0},   {5.0, 1.0, 2.0, 3.0},   {-1.0, 1.0, 2.0, 0.0}, {-1.0, -1.0, -2.0, -1.0},
+      {-9.0, -1.0, -2.0, -3.0}, {1.0, -1.0, -2.0, 0.0}, {1.0, -1.0, 2.0, 0.0}, {1.0, 0.0, 2.0, 0.0},
+  };
+  for (const Row &r : rows) EXPECT_EQ(hyman_filter(r.s, r.dl, r.dr), r.want) << r.s << " " << r.dl << " " << r.dr;
+}
+
+TEST(LocalSlopes, HermiteTakesInteriorSlopesFromTheConditions) {
+  Grid gr = make_grid(7, false, false, 9);
+  std::vector<double> ic = {0.5, -0.25, 1.5, 2.0, -3.0};
+  const double bc[2] = {1.0, 2.0};
+  std::vector<double> s = local(LocalMethod::kHermite, gr, kFirstBoth, bc, ic.data());
+  EXPECT_EQ(s[0], 1.0);
+  EXPECT_EQ(s[6], 2.0);
+  for (int i = 1; i <= 5; ++i) EXPECT_EQ(s[i], ic[i - 1]);
+}
+
+// End conditions of every kind, checked on the polynomials of the end cells.
+TEST(LocalSlopes, EndConditionsOfEveryKindHold) {
+  const double bc[2] = {0.75, -0.5};
+  for (LocalMethod m : {LocalMethod::kAkima, LocalMethod::kBessel, LocalMethod::kHermite})
+    for (int kind = kNotAKnot; kind <= kSecondBoth; ++kind)
+      for (size_t nx : {5, 8}) {
+        SCOPED_TRACE(::testing::Message() << "method " << int(m) << " kind " << kind << " nx " << nx);
+        Grid gr = make_grid(nx, false, false, unsigned(kind * 10 + nx));
+        std::vector<double> ic(nx - 2);
+        for (size_t i = 0; i < ic.size(); ++i) ic[i] = 0.1 * double(i) - 0.2;
+        std::vector<double> s = local(m, gr, kind, bc, ic.data());
+        Geometry<double> g;
+        ASSERT_EQ(g.init(int64_t(nx), gr.x.data(), false), 0);
+        std::vector<double> c(4 * (nx - 1));
+        write_cubic(g, Values<double>{gr.y.data(), 1}, s.data(), c.data());
+        const size_t L = nx - 2;
+        const double hl = gr.x[nx - 1] - gr.x[nx - 2];
+        const double *c0 = c.data(), *cl = c.data() + 4 * L;
+        switch (kind) {
+          case kNotAKnot:
+            EXPECT_NEAR(eval_cubic(c0, 0, 3), eval_cubic(c0 + 4, 0, 3), 1e-9);
+            EXPECT_NEAR(eval_cubic(cl, 0, 3), eval_cubic(cl - 4, 0, 3), 1e-9);
+            break;
+          case kFreeEnd:
+            EXPECT_NEAR(eval_cubic(c0, 0, 2), 0, 1e-11);
+            EXPECT_NEAR(eval_cubic(cl, hl, 2), 0, 1e-11);
+            break;
+          default: {
+            const bool lf = kind == kFirstBoth || kind == kFirstLeftSecondRight;
+            const bool rf = kind == kFirstBoth || kind == kSecondLeftFirstRight;
+            EXPECT_NEAR(eval_cubic(c0, 0, lf ? 1 : 2), bc[0], 1e-11);
+            EXPECT_NEAR(eval_cubic(cl, hl, rf ? 1 : 2), bc[1], 1e-11);
+          }
+        }
+        // Interpolation and C1 at every breakpoint.
+        for (size_t i = 0; i + 1 < nx; ++i) {
+          const double h = gr.x[i + 1] - gr.x[i];
+          EXPECT_NEAR(eval_cubic(c.data() + 4 * i, 0, 0), gr.y[i], 1e-13);
+          EXPECT_NEAR(eval_cubic(c.data() + 4 * i, h, 0), gr.y[i + 1], 1e-12);
+          EXPECT_NEAR(eval_cubic(c.data() + 4 * i, h, 1), s[i + 1], 1e-11);
+        }
+      }
+}
+
+// ---- linear and quadratic ----------------------------------------------------
+
+TEST(LowOrder, LinearAndQuadraticInterpolate) {
+  for (bool uni : {false, true}) {
+    Grid gr = make_grid(9, uni, false, 21);
+    Geometry<double> g;
+    ASSERT_EQ(g.init(9, gr.x.data(), uni), 0);
+    std::vector<double> c2(2 * 8), c3(3 * 8);
+    write_linear(g, Values<double>{gr.y.data(), 1}, c2.data());
+    write_quadratic_from_left_slope(g, Values<double>{gr.y.data(), 1}, 0.4, c3.data());
+    EXPECT_EQ(c3[1], 0.4);
+    for (int i = 0; i < 8; ++i) {
+      const double h = gr.x[i + 1] - gr.x[i];
+      EXPECT_EQ(c2[2 * i], gr.y[i]);
+      EXPECT_NEAR(c2[2 * i] + c2[2 * i + 1] * h, gr.y[i + 1], 1e-13);
+      const double *q = c3.data() + 3 * i;
+      EXPECT_EQ(q[0], gr.y[i]);
+      EXPECT_NEAR(q[0] + q[1] * h + q[2] * h * h, gr.y[i + 1], 1e-12);
+      if (i < 7) {
+        EXPECT_NEAR(q[1] + 2 * q[2] * h, q[4], 1e-11) << "C1 at " << i + 1;
+      }
+    }
+  }
+}
+
+}  // namespace
