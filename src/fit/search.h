@@ -1,0 +1,360 @@
+// Cell search kernels, one template per method over the element type and the
+// index width.  The exported entry points (search.cpp) instantiate them.
+#pragma once
+
+#include <smmintrin.h>
+
+#include <cstdint>
+#include <type_traits>
+
+#include "fit/task.h"
+#include "qor/fit.h"
+
+namespace qor::fit {
+
+enum class Width { k32, k64, k64Pack };
+
+template <Width W>
+using Idx = std::conditional_t<W == Width::k32, int32_t, int64_t>;
+
+// ---- scaled positions ------------------------------------------------------
+// trunc((t - base) * scale) with the conversion of the width form: 64-bit for
+// the 64 form, 32-bit (0x80000000 when out of range, sign-extended) for the 32
+// and 64Pack forms.  The vector and the scalar paths perform the same IEEE
+// operations, so a site gets the same value whichever path handles it.
+
+template <class T, Width W>
+inline int64_t position1(T t, T base, T scale) {
+  const T v = (t - base) * scale;
+  if constexpr (std::is_same_v<T, float>) {
+    if constexpr (W == Width::k64) return _mm_cvttss_si64(_mm_set_ss(v));
+    else return _mm_cvttss_si32(_mm_set_ss(v));
+  } else {
+    if constexpr (W == Width::k64) return _mm_cvttsd_si64(_mm_set_sd(v));
+    else return _mm_cvttsd_si32(_mm_set_sd(v));
+  }
+}
+
+// Four sites at once: single precision in one register, double precision in
+// two.
+template <class T, Width W>
+inline void position4(const T *t, T base, T scale, int64_t out[4]) {
+  if constexpr (std::is_same_v<T, float>) {
+    const __m128 v = _mm_mul_ps(_mm_sub_ps(_mm_loadu_ps(t), _mm_set1_ps(base)), _mm_set1_ps(scale));
+    if constexpr (W == Width::k64) {
+      alignas(16) float f[4];
+      _mm_store_ps(f, v);
+      for (int i = 0; i < 4; ++i) out[i] = _mm_cvttss_si64(_mm_set_ss(f[i]));
+    } else {
+      const __m128i g = _mm_cvttps_epi32(v);
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm_cvtepi32_epi64(g));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 2), _mm_cvtepi32_epi64(_mm_srli_si128(g, 8)));
+    }
+  } else {
+    const __m128d b = _mm_set1_pd(base), s = _mm_set1_pd(scale);
+    const __m128d v0 = _mm_mul_pd(_mm_sub_pd(_mm_loadu_pd(t), b), s);
+    const __m128d v1 = _mm_mul_pd(_mm_sub_pd(_mm_loadu_pd(t + 2), b), s);
+    if constexpr (W == Width::k64) {
+      out[0] = _mm_cvttsd_si64(v0);
+      out[1] = _mm_cvttsd_si64(_mm_unpackhi_pd(v0, v0));
+      out[2] = _mm_cvttsd_si64(v1);
+      out[3] = _mm_cvttsd_si64(_mm_unpackhi_pd(v1, v1));
+    } else {
+      const __m128i g = _mm_unpacklo_epi64(_mm_cvttpd_epi32(v0), _mm_cvttpd_epi32(v1));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm_cvtepi32_epi64(g));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 2), _mm_cvtepi32_epi64(_mm_srli_si128(g, 8)));
+    }
+  }
+}
+
+// ---- linear scans, unrolled by two -------------------------------------------
+
+// First k in [k, nx) with x[k] > t, or nx.  A NaN site never compares above,
+// so it runs to nx.
+template <class T>
+inline int64_t scan_up(const T *x, int64_t k, int64_t nx, T t) {
+  for (; k + 2 <= nx; k += 2) {
+    if (x[k] > t) return k;
+    if (x[k + 1] > t) return k + 1;
+  }
+  if (k < nx && x[k] > t) return k;
+  return nx;
+}
+
+// Largest k in [0, k] with k == 0 or x[k-1] <= t.  A NaN site runs to 0.
+template <class T>
+inline int64_t scan_down(const T *x, int64_t k, T t) {
+  for (; k >= 2; k -= 2) {
+    if (x[k - 1] <= t) return k;
+    if (x[k - 2] <= t) return k - 1;
+  }
+  if (k == 1 && x[0] <= t) return 1;
+  return 0;
+}
+
+// ---- Uniform ----------------------------------------------------------------
+
+// Index from a position g, in the arithmetic of the width: min(g, nx-1) + 1
+// with unsigned comparisons, so that an out-of-range conversion (a huge site)
+// lands on nx instead of a negative index.
+template <Width W>
+inline int64_t uniform_from_position(int64_t g, int64_t nx) {
+  if constexpr (W == Width::k64) {
+    return static_cast<uint64_t>(g) < static_cast<uint64_t>(nx - 1) ? g + 1 : nx;
+  } else {
+    const uint32_t g1 = static_cast<uint32_t>(static_cast<int32_t>(g)) + 1u;
+    return g1 < static_cast<uint32_t>(nx) ? static_cast<int64_t>(g1) : nx;
+  }
+}
+
+template <class T, Width W>
+inline int64_t uniform_one(T t, T left, T right, T scale, int64_t nx) {
+  if (t == right) return nx - 1;
+  if (t >= left) return uniform_from_position<W>(position1<T, W>(t, left, scale), nx);
+  return 0;  // below the left end, or NaN
+}
+
+// Four uniform indices as 32-bit lanes (32 and 64Pack forms).
+template <class T>
+inline __m128i uniform_lanes(const T *t, T left, T right, T scale, __m128i nxv, __m128i nxm1v) {
+  __m128i g, ge, eq;
+  if constexpr (std::is_same_v<T, float>) {
+    const __m128 tv = _mm_loadu_ps(t);
+    const __m128 d = _mm_mul_ps(_mm_sub_ps(tv, _mm_set1_ps(left)), _mm_set1_ps(scale));
+    g = _mm_cvttps_epi32(d);
+    ge = _mm_castps_si128(_mm_cmpge_ps(tv, _mm_set1_ps(left)));
+    eq = _mm_castps_si128(_mm_cmpeq_ps(tv, _mm_set1_ps(right)));
+  } else {
+    const __m128d l = _mm_set1_pd(left), r = _mm_set1_pd(right), s = _mm_set1_pd(scale);
+    const __m128d t0 = _mm_loadu_pd(t), t1 = _mm_loadu_pd(t + 2);
+    g = _mm_unpacklo_epi64(_mm_cvttpd_epi32(_mm_mul_pd(_mm_sub_pd(t0, l), s)),
+                           _mm_cvttpd_epi32(_mm_mul_pd(_mm_sub_pd(t1, l), s)));
+    // Narrow the 64-bit lane masks to 32-bit ones.
+    ge = _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(_mm_cmpge_pd(t0, l)),
+                                         _mm_castpd_ps(_mm_cmpge_pd(t1, l)), _MM_SHUFFLE(2, 0, 2, 0)));
+    eq = _mm_castps_si128(_mm_shuffle_ps(_mm_castpd_ps(_mm_cmpeq_pd(t0, r)),
+                                         _mm_castpd_ps(_mm_cmpeq_pd(t1, r)), _MM_SHUFFLE(2, 0, 2, 0)));
+  }
+  __m128i idx = _mm_min_epu32(_mm_add_epi32(g, _mm_set1_epi32(1)), nxv);
+  idx = _mm_and_si128(idx, ge);
+  return _mm_blendv_epi8(idx, nxm1v, eq);
+}
+
+template <class T, Width W>
+void uniform_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, Idx<W> *cell) {
+  const T left = x[0], right = x[1];
+  int64_t i = 0;
+  if constexpr (W == Width::k64) {
+    for (; i + 4 <= n; i += 4) {
+      int64_t g[4];
+      position4<T, W>(site + i, left, scale, g);
+      for (int l = 0; l < 4; ++l) {
+        const T t = site[i + l];
+        cell[i + l] = t == right ? nx - 1 : t >= left ? uniform_from_position<W>(g[l], nx) : 0;
+      }
+    }
+  } else {
+    const __m128i nxv = _mm_set1_epi32(static_cast<int32_t>(nx));
+    const __m128i nxm1v = _mm_set1_epi32(static_cast<int32_t>(nx - 1));
+    for (; i + 4 <= n; i += 4) {
+      const __m128i idx = uniform_lanes<T>(site + i, left, right, scale, nxv, nxm1v);
+      if constexpr (W == Width::k32) {
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(cell + i), idx);
+      } else {
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(cell + i), _mm_cvtepi32_epi64(idx));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(cell + i + 2),
+                         _mm_cvtepi32_epi64(_mm_srli_si128(idx, 8)));
+      }
+    }
+  }
+  for (; i < n; ++i) cell[i] = static_cast<Idx<W>>(uniform_one<T, W>(site[i], left, right, scale, nx));
+}
+
+// ---- QuasiUniform -------------------------------------------------------------
+
+// Settles one site from its raw position g (guess g + 1) by linear steps.
+template <class T, Width W>
+inline int64_t quasi_settle(const T *x, int64_t nx, T t, int64_t g) {
+  if (!(t >= x[0])) return 0;  // below the left end, or NaN
+  if (t == x[nx - 1]) return nx - 1;
+  int64_t k;
+  if constexpr (W == Width::k64) {
+    const uint64_t g1 = static_cast<uint64_t>(g) + 1u;
+    k = g1 > static_cast<uint64_t>(nx) ? nx : static_cast<int64_t>(g1);
+  } else {
+    const uint32_t g1 = static_cast<uint32_t>(static_cast<int32_t>(g)) + 1u;
+    k = g1 > static_cast<uint64_t>(nx) ? nx : static_cast<int64_t>(g1);
+  }
+  if (k < 1) k = 1;  // only a position of -1 rounds here; x[0] <= t anyway
+  k = scan_down(x, k, t);  // while x[k-1] > t, step down; stops at k >= 1
+  return scan_up(x, k, nx, t);
+}
+
+template <class T, Width W>
+void quasi_uniform_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, Idx<W> *cell) {
+  constexpr int kBlock = 32;
+  const T x0 = x[0];
+  int64_t i = 0;
+  for (; i + kBlock <= n; i += kBlock) {
+    int64_t g[kBlock];
+    for (int b = 0; b < kBlock; b += 4) position4<T, W>(site + i + b, x0, scale, g + b);
+    for (int b = 0; b < kBlock; ++b)
+      cell[i + b] = static_cast<Idx<W>>(quasi_settle<T, W>(x, nx, site[i + b], g[b]));
+  }
+  for (; i < n; ++i)
+    cell[i] = static_cast<Idx<W>>(quasi_settle<T, W>(x, nx, site[i], position1<T, W>(site[i], x0, scale)));
+}
+
+// ---- Sorted -----------------------------------------------------------------
+
+// kNanLow: the general entry point maps NaN sites to 0 like every other
+// method; the Sorted entry points keep the method's own rule (nx).
+template <class T, Width W, bool kNanLow = false>
+void sorted_search(int64_t nx, const T *x, int64_t n, const T *site, Idx<W> *carried,
+                   Idx<W> *cell) {
+  int64_t j = carried ? static_cast<int64_t>(*carried) : 0;
+  if (j < 0) j = 0;  // a carried index outside [0, nx] would read outside x
+  if (j > nx) j = nx;
+  const T last = x[nx - 1];
+  const int64_t half = nx / 2;
+  for (int64_t i = 0; i < n; ++i) {
+    const T t = site[i];
+    if (t == last) {
+      cell[i] = static_cast<Idx<W>>(nx - 1);
+      continue;
+    }
+    if constexpr (kNanLow) {
+      if (t != t) {
+        cell[i] = 0;
+        continue;
+      }
+    }
+    if (i == 0 && j < nx - half) {
+      int64_t hi = nx;
+      while (hi - half > j) {
+        const int64_t mid = (j + hi) / 2;
+        if (x[mid] > t) hi = mid;
+        else j = mid;
+      }
+    }
+    j = scan_up(x, j, nx, t);
+    cell[i] = static_cast<Idx<W>>(j);
+  }
+  if (carried) *carried = static_cast<Idx<W>>(j);
+}
+
+// ---- Peak -------------------------------------------------------------------
+
+template <class T>
+inline int64_t peak_index(T p) {
+  int32_t v;
+  if constexpr (std::is_same_v<T, float>) v = _mm_cvttss_si32(_mm_set_ss(p));
+  else v = _mm_cvttsd_si32(_mm_set_sd(p));
+  return v < 0 ? 0 : v;  // a negative (or NaN) peak would index before x[0]
+}
+
+template <class T, Width W>
+void peak_search(int64_t nx, const T *x, int64_t n, const T *site, T peak, Idx<W> *cell) {
+  const int64_t p = peak_index(peak);
+  const T last = x[nx - 1];
+  for (int64_t i = 0; i < n; ++i) {
+    const T t = site[i];
+    int64_t r;
+    if (t == last) r = nx - 1;
+    else if (p < nx) {
+      if (t >= x[p]) r = scan_up(x, p + 1, nx, t);
+      else if (p == 0) r = 0;
+      else if (x[p - 1] <= t) r = p;
+      else r = scan_down(x, p - 1, t);
+    } else {
+      r = t > last ? nx : scan_down(x, nx - 1, t);
+    }
+    cell[i] = static_cast<Idx<W>>(r);
+  }
+}
+
+// ---- Hybrid -----------------------------------------------------------------
+
+// Bracket width above which the hybrid method bisects before scanning.
+inline constexpr int64_t kHybridScanWidth = 40;
+
+template <class T, Width W>
+inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t m, T t,
+                             int64_t q) {
+  if (!(t >= x[0])) return 0;  // below the left end, or NaN
+  const T last = x[nx - 1];
+  if (t > last) return nx;
+  if (t == last) return nx - 1;
+  if constexpr (W != Width::k64) q = static_cast<int32_t>(q);
+  // Positions of sites inside the partition are in [0, M]; the clamps keep a
+  // mismatched scale or table from reading outside either array.
+  if (static_cast<uint64_t>(q) > static_cast<uint64_t>(m)) q = m;
+  int64_t lo = tab[2 * q], hi = tab[2 * q + 1];
+  if (lo < 0) lo = 0;
+  if (hi > nx - 1) hi = nx - 1;
+  while (lo < hi - kHybridScanWidth) {
+    const int64_t mid = (lo + hi) >> 1;
+    if (x[mid] > t) hi = mid;
+    else lo = mid;
+  }
+  return scan_up(x, lo, nx, t);
+}
+
+template <class T, Width W>
+void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, const int64_t *tab,
+                   int64_t m, Idx<W> *cell) {
+  const T x0 = x[0];
+  int64_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    int64_t q[4];
+    position4<T, W>(site + i, x0, scale, q);
+    for (int l = 0; l < 4; ++l)
+      cell[i + l] = static_cast<Idx<W>>(hybrid_settle<T, W>(x, nx, tab, m, site[i + l], q[l]));
+  }
+  for (; i < n; ++i)
+    cell[i] = static_cast<Idx<W>>(
+        hybrid_settle<T, W>(x, nx, tab, m, site[i], position1<T, W>(site[i], x0, scale)));
+}
+
+// ---- user-defined -------------------------------------------------------------
+
+template <class T>
+using SearchFn = std::conditional_t<std::is_same_v<T, float>, qor_df_ssearch_fn, qor_df_dsearch_fn>;
+
+// Settles one unflagged site from the function's guess g.
+template <class T>
+inline int64_t user_settle(const T *x, int64_t nx, T t, int64_t g) {
+  if (g < 0) g = 0;
+  if (t == x[nx - 1]) return nx - 1;
+  if (g >= nx) return scan_down(x, nx, t);
+  // Equality opens the next cell, so it takes the upward path.
+  if (t >= x[g]) return scan_up(x, g + 1, nx, t);
+  return scan_down(x, g, t);
+}
+
+template <class T, Width W>
+int32_t user_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, Idx<W> *cell,
+                    int64_t *guess, SearchFn<T> fn, void *u1, void *u2, int32_t *flags,
+                    bool uniform_settle) {
+  if (!fn) return QOR_DF_ERROR_BAD_ARGUMENT;
+  int64_t *buf = guess;
+  if (!buf) {
+    if constexpr (W == Width::k32) return QOR_DF_ERROR_MEM_FAILURE;
+    else buf = cell;
+  }
+  int64_t count = n;
+  const int32_t r = fn(&count, site, buf, flags, u1, u2);
+  if (r < 0) return r;
+  if (r != 1000) {
+    for (int64_t i = 0; i < n; ++i) {
+      if (flags && flags[i]) continue;
+      buf[i] = uniform_settle ? uniform_one<T, W>(site[i], x[0], x[1], scale, nx)
+                              : user_settle(x, nx, site[i], buf[i]);
+    }
+  }
+  if (static_cast<void *>(buf) != static_cast<void *>(cell))
+    for (int64_t i = 0; i < n; ++i) cell[i] = static_cast<Idx<W>>(buf[i]);
+  return (uniform_settle && r == 1000) ? 0 : r;
+}
+
+}  // namespace qor::fit
