@@ -162,35 +162,6 @@ TEST(C2Cubic, InterleavedStorageGivesTheSameSlopes) {
 
 // ---- local methods ---------------------------------------------------------
 
-// Akima (1970) transcribed: extended slope table m[-2..n+1] built first.
-std::vector<double> akima_reference(const std::vector<double> &x, const std::vector<double> &y, bool periodic) {
-  const int n = int(x.size()) - 1;
-  std::vector<double> m(n + 4);
-  auto M = [&](int k) -> double & { return m[k + 2]; };
-  for (int k = 0; k < n; ++k) M(k) = (y[k + 1] - y[k]) / (x[k + 1] - x[k]);
-  if (periodic) {
-    M(-1) = M(n - 1), M(-2) = M(n - 2), M(n) = M(0), M(n + 1) = M(1);
-  } else {
-    M(-1) = 2 * M(0) - M(1);
-    M(-2) = 2 * M(-1) - M(0);
-    M(n) = 2 * M(n - 1) - M(n - 2);
-    M(n + 1) = 2 * M(n) - M(n - 1);
-  }
-  std::vector<double> t(n + 1);
-  for (int i = 0; i <= n; ++i) {
-    const double w1 = std::fabs(M(i + 1) - M(i)), w2 = std::fabs(M(i - 1) - M(i - 2));
-    t[i] = (w1 + w2 == 0) ? (M(i - 1) + M(i)) / 2 : (w1 * M(i - 1) + w2 * M(i)) / (w1 + w2);
-  }
-  if (periodic) t[n] = t[0];
-  return t;
-}
-
-// Derivative at x1 of the Lagrange parabola through three points.
-double parabola_slope(double x0, double x1, double x2, double y0, double y1, double y2) {
-  return y0 * (x1 - x2) / ((x0 - x1) * (x0 - x2)) + y1 * (2 * x1 - x0 - x2) / ((x1 - x0) * (x1 - x2)) +
-         y2 * (x1 - x0) / ((x2 - x0) * (x2 - x1));
-}
-
 std::vector<double> local(LocalMethod m, const Grid &gr, int kind, const double *bc, const double *ic) {
   Geometry<double> g;
   EXPECT_EQ(g.init(int64_t(gr.x.size()), gr.x.data(), gr.uniform), 0);
