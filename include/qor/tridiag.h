@@ -9,15 +9,16 @@
  * The factorisation A = L U is Gaussian elimination without row interchanges,
  * which is stable for diagonally dominant (and for symmetric positive
  * definite) matrices; it is the caller's business to pass such a matrix.
- * L is unit lower bidiagonal, U upper bidiagonal with super-diagonal du.
+ * L is unit lower bidiagonal, U upper bidiagonal with super-diagonal du;
+ * the factor is kept as L, D = diag(U) and the unit upper factor D^-1 U.
  *
  * Layout of the factor after {s,d}dttrfb_4dfl (also after {s,d}dtsvb_4dfl):
  *   dl[i]  the multiplier L(i+1, i)
  *   d[i]   the RECIPROCAL of the pivot U(i, i): the solve multiplies instead
- *          of dividing, which takes the division off the dependency chain of
- *          the back substitution (the solve runs once per right-hand side and
- *          the factorisation only once)
- *   du[i]  unchanged, U(i, i+1)
+ *          of dividing (it runs once per right-hand side, the factorisation
+ *          only once)
+ *   du[i]  U(i, i+1) / U(i, i): the upper factor scaled to a unit diagonal,
+ *          so that the back substitution is one multiply-subtract per row
  *
  * Status (returned; LAPACK's INFO convention):
  *   0   success

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <algorithm>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -100,6 +101,48 @@ TYPED_TEST(Tridiag, FactorThenSolveMatchesDenseSolve) {
       ASSERT_EQ(both(n, c.dl.data(), c.d.data(), c.du.data(), y.data()), 0);
       for (int64_t i = 0; i < n; ++i) EXPECT_EQ(x[i], y[i]) << n << " " << i;
     }
+  }
+}
+
+// Long systems and rows of wildly different scale: checked by the residual
+// |A x - b| relative to |A| |x| + |b|, computed in long double.
+TYPED_TEST(Tridiag, LongAndBadlyScaledSystemsHaveSmallResiduals) {
+  using T = TypeParam;
+  const double eps = sizeof(T) == 4 ? 1.2e-7 : 2.3e-16;
+  std::mt19937_64 g(11);
+  struct Shape {
+    int64_t n;
+    // Rows scaled by up to 10^(+-spread), alternating in blocks; neighbouring
+    // rows may differ by 10^(2 spread), which must stay representable.
+    double spread;
+  };
+  const Shape shapes[] = {{20000, 0}, {3000, sizeof(T) == 4 ? 8 : 60}, {3000, sizeof(T) == 4 ? 15 : 120}};
+  for (const Shape &sh : shapes) {
+    Tri<T> t = random_dominant<T>(sh.n, g);
+    if (sh.spread > 0) {
+      for (int64_t i = 0; i < sh.n; ++i) {
+        const T f = T(std::pow(10.0, ((i / 7) % 2 ? 1 : -1) * sh.spread * double(i % 5) / 4));
+        t.d[i] *= f;
+        if (i > 0) t.dl[i - 1] *= f;
+        if (i + 1 < sh.n) t.du[i] *= f;
+      }
+    }
+    std::vector<T> b(sh.n);
+    std::uniform_real_distribution<double> u(-1, 1);
+    for (int64_t i = 0; i < sh.n; ++i) b[i] = T(u(g)) * std::fabs(t.d[i]);
+    Tri<T> f = t;
+    std::vector<T> x = b;
+    ASSERT_EQ(both(sh.n, f.dl.data(), f.d.data(), f.du.data(), x.data()), 0) << sh.n << " " << sh.spread;
+    double worst = 0;
+    for (int64_t i = 0; i < sh.n; ++i) {
+      long double r = (long double)t.d[i] * x[i] - b[i];
+      long double m = std::fabs((long double)t.d[i] * x[i]) + std::fabs((long double)b[i]);
+      if (i > 0) r += (long double)t.dl[i - 1] * x[i - 1], m += std::fabs((long double)t.dl[i - 1] * x[i - 1]);
+      if (i + 1 < sh.n) r += (long double)t.du[i] * x[i + 1], m += std::fabs((long double)t.du[i] * x[i + 1]);
+      ASSERT_TRUE(std::isfinite(double(x[i]))) << i;
+      worst = std::max(worst, double(std::fabs(r) / m));
+    }
+    EXPECT_LT(worst, 50 * eps) << sh.n << " " << sh.spread;
   }
 }
 
