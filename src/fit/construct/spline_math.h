@@ -100,12 +100,14 @@ struct Geometry {
   int64_t nx = 0;
   bool uniform = false;
   T uh = 0, urh = 0, urh2 = 0;  // uniform: width, 1/width, 1/width^2
-  const T *hp = nullptr, *rhp = nullptr, *rh2p = nullptr;
+  const T *hp = nullptr, *rhp = nullptr;
   Scratch<T> store;
 
   T h(int64_t i) const { return uniform ? uh : hp[i]; }
   T rh(int64_t i) const { return uniform ? urh : rhp[i]; }
-  T rh2(int64_t i) const { return uniform ? urh2 : rh2p[i]; }
+  // 1/h^2 is one multiply from 1/h; keeping it in an array would cost more
+  // memory traffic than the multiply.
+  T rh2(int64_t i) const { return uniform ? urh2 : rhp[i] * rhp[i]; }
   // Weight of the slope system's rows: the cell width, or 1 on a uniform
   // partition (every row there is divided by the common width).
   T w(int64_t i) const { return uniform ? T(1) : hp[i]; }
@@ -121,18 +123,15 @@ struct Geometry {
       urh2 = urh * urh;
       return 0;
     }
-    if (!store.allocate(3 * n)) return kStatusMemory;
-    T *h_ = store.get(), *rh_ = h_ + n, *rh2_ = rh_ + n;
+    if (!store.allocate(2 * n)) return kStatusMemory;
+    T *h_ = store.get(), *rh_ = h_ + n;
     for (int64_t i = 0; i < n; ++i) {
       const T hi = x[i + 1] - x[i];
-      const T r = T(1) / hi;
       h_[i] = hi;
-      rh_[i] = r;
-      rh2_[i] = r * r;
+      rh_[i] = T(1) / hi;
     }
     hp = h_;
     rhp = rh_;
-    rh2p = rh2_;
     return 0;
   }
 };
@@ -155,19 +154,29 @@ inline T divided_difference(const Geometry<T> &g, const Values<T> &y, int64_t i)
 // ---------------------------------------------------------------------------
 // Coefficient writers.
 
-template <typename T>
-void write_cubic(const Geometry<T> &g, const Values<T> &y, const T *s, T *c) {
+template <typename T, bool Uniform>
+void write_cubic_loop(const Geometry<T> &g, const Values<T> &y, const T *s, T *c) {
   const int64_t n = g.nx - 1;
   T yi = y[0], si = s[0];
   for (int64_t i = 0; i < n; ++i) {
     const T yn = y[i + 1], sn = s[i + 1];
-    const T d = (yn - yi) * g.rh(i);
+    const T r = Uniform ? g.urh : g.rhp[i];
+    const T d = (yn - yi) * r;
     c[4 * i + 0] = yi;
     c[4 * i + 1] = si;
-    c[4 * i + 2] = (T(3) * d - T(2) * si - sn) * g.rh(i);
-    c[4 * i + 3] = (si + sn - T(2) * d) * g.rh2(i);
+    c[4 * i + 2] = (T(3) * d - T(2) * si - sn) * r;
+    c[4 * i + 3] = (si + sn - T(2) * d) * (r * r);
     yi = yn;
     si = sn;
+  }
+}
+
+template <typename T>
+void write_cubic(const Geometry<T> &g, const Values<T> &y, const T *s, T *c) {
+  if (g.uniform) {
+    write_cubic_loop<T, true>(g, y, s, c);
+  } else {
+    write_cubic_loop<T, false>(g, y, s, c);
   }
 }
 
@@ -289,11 +298,10 @@ class CubicSystem {
     const Geometry<T> &g = *g_;
     const int64_t nx = g.nx, n = nx - 1;
     // Right-hand side; d_{i-1} carried from the previous row.
-    T dprev = divided_difference(g, y, 0);
-    for (int64_t i = 1; i < n; ++i) {
-      const T dcur = divided_difference(g, y, i);
-      s[i] = T(3) * (g.w(i) * dprev + g.w(i - 1) * dcur);
-      dprev = dcur;
+    if (g.uniform) {
+      rhs_loop<true>(y, s);
+    } else {
+      rhs_loop<false>(y, s);
     }
     const T d0 = divided_difference(g, y, 0);
     const T dl = divided_difference(g, y, n - 1);
@@ -321,6 +329,29 @@ class CubicSystem {
   T periodic_scalar() const { return q_; }
 
  private:
+  // Rows 1 .. n-1: 3 (w_i d_{i-1} + w_{i-1} d_i), with w = 1 on a uniform
+  // partition; d_{i-1} and y_i are carried from the previous row.
+  template <bool Uniform>
+  void rhs_loop(const Values<T> &y, T *s) const {
+    const Geometry<T> &g = *g_;
+    const int64_t n = g.nx - 1;
+    T yprev = y[1];
+    T dprev = (yprev - y[0]) * (Uniform ? g.urh : g.rhp[0]);
+    for (int64_t i = 1; i < n; ++i) {
+      const T ynext = y[i + 1];
+      if (Uniform) {
+        const T dcur = (ynext - yprev) * g.urh;
+        s[i] = T(3) * (dprev + dcur);
+        dprev = dcur;
+      } else {
+        const T dcur = (ynext - yprev) * g.rhp[i];
+        s[i] = T(3) * (g.hp[i] * dprev + g.hp[i - 1] * dcur);
+        dprev = dcur;
+      }
+      yprev = ynext;
+    }
+  }
+
   static int ddttrfb(int64_t n, float *a, float *b, float *c) { return sdttrfb_4dfl(n, a, b, c); }
   static int ddttrfb(int64_t n, double *a, double *b, double *c) { return ddttrfb_4dfl(n, a, b, c); }
   static int ddttrsb(int64_t n, const float *a, const float *b, const float *c, float *r) {
