@@ -48,8 +48,19 @@
  *   Quadratic      spline type 0: boundary type must be 128 (-1014) with a
  *                  non-null array (-1015), bc[0] being the slope at x[0]; each
  *                  cell's parabola then starts with the slope the previous one
- *                  ended with (a C1 quadratic spline).  Any other spline type:
- *                  -1002.  Then the y hint (-1009).
+ *                  ended with (a C1 quadratic spline).
+ *                  spline type 1: internal condition type must have bit 3
+ *                  (QOR_DF_IC_KNOTS) set (-1012); the internal conditions are
+ *                  nx - 1 knots, knot j strictly inside (x[j], x[j+1]).  The
+ *                  spline has nx pieces split at the knots, piece j holding
+ *                  x[j] and stored as [y_j, s_j, c2_j] in u = t - x[j] (so the
+ *                  coefficient stride is 3 nx); it interpolates and is C1 at
+ *                  the knots.  Boundary types 1, 2, 12, 36, 24, 48 as for the
+ *                  cubics (not-a-knot: the second derivative is continuous
+ *                  across the first and last knots, and needs nx >= 3, else
+ *                  -1004); periodic is refused (-1014).  Null knots: -1013;
+ *                  a knot outside its cell: -1012.
+ *                  Any other spline type: -1002.  Then the y hint (-1009).
  *   NaturalCubic   nx < 2, or nx == 2 with boundary type 1: -1004; reserved
  *                  not null: -1002; y hint: -1009
  *   DefaultCubic   nx < 3: -1004; y hint: -1009
@@ -103,6 +114,7 @@ extern "C" {
 #define QOR_DF_BC_QUADRATIC_LEFT_SLOPE 128
 
 #define QOR_DF_IC_1ST_DER 1
+#define QOR_DF_IC_KNOTS 8
 
 typedef void (*qor_df_threader_fn)(int64_t count, int threads, void *context,
                                    qor_threader_routine routine);

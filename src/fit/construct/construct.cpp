@@ -16,7 +16,7 @@
 namespace qor::fit {
 namespace {
 
-enum class Mode { kLinear, kQuadratic, kC2, kLocal };
+enum class Mode { kLinear, kQuadratic, kQuadraticKnots, kC2, kLocal };
 
 // What a constructor asks of its kernel; the kernel adds its compile-time
 // storage, partition and (C2) boundary kind.
@@ -41,6 +41,7 @@ struct Job {
   const T *ic = nullptr;
   Geometry<T> g;
   CubicSystem<T> sys;
+  QuadraticKnotSystem<T> quad;
   T *work = nullptr;  // nx values per worker
   int32_t *status = nullptr;
 };
@@ -56,7 +57,7 @@ void one_function(int64_t j, int thread, void *context) {
     y = Values<T>{static_cast<const T *>(t->y_table[j]), 1};
   }
   T *c = static_cast<T *>(t->coeff_table[j]);
-  T *s = job.work + static_cast<int64_t>(thread) * job.nx;
+  T *s = job.work + static_cast<int64_t>(thread) * (job.nx + 1);
   int32_t st = 0;
   switch (job.mode) {
     case Mode::kLinear:
@@ -64,6 +65,9 @@ void one_function(int64_t j, int thread, void *context) {
       break;
     case Mode::kQuadratic:
       write_quadratic_from_left_slope(job.g, y, job.bc[0], c);
+      break;
+    case Mode::kQuadraticKnots:
+      st = job.quad.build(y, job.bc, s, c);
       break;
     case Mode::kC2:
       st = job.sys.slopes(y, job.bc, s);
@@ -96,11 +100,14 @@ int32_t run(const Task *t, const Request &rq, bool interleaved, bool uniform, in
   if (rq.mode == Mode::kC2) {
     const int32_t st = job.sys.prepare(job.g, kind, rq.flavour);
     if (st != 0) return st;
+  } else if (rq.mode == Mode::kQuadraticKnots) {
+    const int32_t st = job.quad.prepare(job.nx, static_cast<const T *>(t->x), uniform, job.ic, kind);
+    if (st != 0) return st;
   }
   Scratch<T> work;
   Scratch<int32_t> status;
-  const bool needs_work = rq.mode == Mode::kC2 || rq.mode == Mode::kLocal;
-  if (needs_work && !work.allocate(job.nx * threads)) return kStatusMemory;
+  const bool needs_work = rq.mode == Mode::kC2 || rq.mode == Mode::kLocal || rq.mode == Mode::kQuadraticKnots;
+  if (needs_work && !work.allocate((job.nx + 1) * threads)) return kStatusMemory;
   if (!status.allocate(job.ny)) return kStatusMemory;
   job.work = work.get();
   job.status = status.get();
@@ -207,13 +214,17 @@ int32_t construct(qor_df_task_t *task, Kind which, qor_df_threader_fn threader, 
       rq.mode = Mode::kLinear, order = 2, takes_bc = false;
       break;
     case Kind::kQuadratic:
-      if (t->type == 0) {
+      if (t->type == 1) {
+        if ((t->ic_type & QOR_DF_IC_KNOTS) == 0) return QOR_DF_ERROR_BAD_IC_TYPE;
+        rq.mode = Mode::kQuadraticKnots;
+      } else if (t->type == 0) {
         if (bct != QOR_DF_BC_QUADRATIC_LEFT_SLOPE) return QOR_DF_ERROR_BAD_BC_TYPE;
         if (t->bc == nullptr) return QOR_DF_ERROR_NULL_BC;
+        rq.mode = Mode::kQuadratic, takes_bc = false;
       } else {
         return QOR_DF_ERROR_BAD_ARGUMENT;
       }
-      rq.mode = Mode::kQuadratic, order = 3, takes_bc = false;
+      order = 3;
       break;
     case Kind::kNatural:
       if (nx < 2 || (nx == 2 && bct == 1)) return QOR_DF_ERROR_BAD_NX;
@@ -244,6 +255,13 @@ int32_t construct(qor_df_task_t *task, Kind which, qor_df_threader_fn threader, 
   int kind = 0;
   const int32_t st = classify_and_check_storage<T>(t, takes_bc, which == Kind::kAkima, order, &kind);
   if (st != 0) return st;
+  if (rq.mode == Mode::kQuadraticKnots) {
+    // Periodic conditions are not offered for the knotted quadratic; its
+    // not-a-knot ends need two knots.
+    if (kind == kPeriodic) return QOR_DF_ERROR_BAD_BC_TYPE;
+    if (t->ic == nullptr) return QOR_DF_ERROR_NULL_IC;
+    if (kind == kNotAKnot && nx < 3) return QOR_DF_ERROR_BAD_NX;
+  }
   if (which == Kind::kHermite) {
     if (t->ic_type != QOR_DF_IC_1ST_DER) return QOR_DF_ERROR_BAD_IC_TYPE;
     if (t->ic == nullptr) return QOR_DF_ERROR_NULL_IC;

@@ -593,4 +593,146 @@ void local_slopes(LocalMethod method, const Geometry<T> &g, const Values<T> &y, 
   }
 }
 
+// ---------------------------------------------------------------------------
+// Quadratic spline with a knot inside every cell (spline type 1).
+//
+// The caller gives nx - 1 knots, xi_j strictly inside (x[j], x[j+1]).  The
+// spline has nx pieces: piece 0 on [x[0], xi_0], piece j on [xi_{j-1}, xi_j],
+// piece nx-1 on [xi_{nx-2}, x[nx-1]]; piece j holds the breakpoint x[j] and
+// is stored as [y_j, s_j, c2_j] in u = t - x[j].  It interpolates the data and
+// is C1 at the knots.
+//
+// Unknowns: the derivative at the nodes tau_{-1} = x[0], tau_j = xi_j,
+// tau_n = x[n] (n = nx - 1), E_k = P'(tau_{k-1}), k = 0 .. n+1.  On piece j
+// (width lambda_j = tau_j - tau_{j-1}) P' is linear, and x[j] sits at the
+// fraction theta_j of it (theta_0 = 0, theta_n = 1).  Integrating P' over
+// cell j (alpha_j = xi_j - x[j] in piece j, beta_j = x[j+1] - xi_j in piece
+// j+1) gives row j+1 of a tridiagonal system:
+//   alpha_j (1 - theta_j) / 2 E_j
+//     + (alpha_j (1 + theta_j) + beta_j (2 - theta_{j+1})) / 2 E_{j+1}
+//     + beta_j theta_{j+1} / 2 E_{j+2}                        = y_{j+1} - y_j
+// which is diagonally dominant.  End rows:
+//   first derivative v:   E_0 = v,  E_{n+1} = v
+//   second derivative v:  E_1 - E_0 = v lambda_0,  E_{n+1} - E_n = v lambda_n
+//                         (free end: v = 0)
+//   not-a-knot:           P'' continuous across xi_0 (and xi_{n-1}),
+//                         eliminated against row 1 (row n) to stay tridiagonal.
+// Periodic conditions are not offered for this spline.
+// Then s_j = (1 - theta_j) E_j + theta_j E_{j+1},
+//      c2_j = (E_{j+1} - E_j) / (2 lambda_j).
+template <typename T>
+class QuadraticKnotSystem {
+ public:
+  // Returns 0, -1001, -1012 (a knot not strictly inside its cell) or -1500.
+  int32_t prepare(int64_t nx, const T *x, bool uniform, const T *knots, int kind) {
+    nx_ = nx;
+    kind_ = kind;
+    const int64_t n = nx - 1, m = n + 2;
+    m_ = m;
+    if (!geo_.allocate(5 * n + 2) || !mat_.allocate(3 * m)) return kStatusMemory;
+    T *alpha = geo_.get(), *beta = alpha + n, *lambda = beta + n, *theta = lambda + n + 1;
+    const T x0 = x[0];
+    const T hu = uniform ? (x[nx - 1] - x[0]) / T(n) : T(0);
+    auto X = [&](int64_t i) { return uniform ? (i == n ? x[nx - 1] : x0 + T(i) * hu) : x[i]; };
+    for (int64_t j = 0; j < n; ++j) {
+      const T xl = X(j), xr = X(j + 1), k = knots[j];
+      if (!(k > xl && k < xr)) return -1012;
+      alpha[j] = k - xl;
+      beta[j] = xr - k;
+    }
+    lambda[0] = alpha[0];
+    theta[0] = 0;
+    for (int64_t j = 1; j < n; ++j) {
+      lambda[j] = knots[j] - knots[j - 1];
+      theta[j] = beta[j - 1] / lambda[j];
+    }
+    lambda[n] = beta[n - 1];
+    theta[n] = 1;
+    alpha_ = alpha, beta_ = beta, lambda_ = lambda, theta_ = theta;
+    T *dl = mat_.get(), *d = dl + m, *du = d + m;
+    for (int64_t j = 0; j < n; ++j) {
+      dl[j] = alpha[j] * (T(1) - theta[j]) * T(0.5);
+      d[j + 1] = (alpha[j] * (T(1) + theta[j]) + beta[j] * (T(2) - theta[j + 1])) * T(0.5);
+      du[j + 1] = beta[j] * theta[j + 1] * T(0.5);
+    }
+    // End rows.  Left row 0: d[0], du[0]; right row n+1: dl[n], d[n+1].
+    if (kind == kNotAKnot) {
+      // (E_0 - E_1) / l0 + (E_2 - E_1) / l1 = 0, minus (1 / l1) / du[1] times row 1.
+      const T l0 = lambda[0], l1 = lambda[1];
+      const T f = (T(1) / l1) / du[1];
+      d[0] = T(1) / l0 - f * dl[0];
+      du[0] = -(T(1) / l0 + T(1) / l1) - f * d[1];
+      left_factor_ = f;
+      // (E_{n+1} - E_n) / ln + (E_{n-1} - E_n) / l(n-1) = 0, minus
+      // (1 / l(n-1)) / dl[n-1] times row n.
+      const T ln = lambda[n], lm = lambda[n - 1];
+      const T g = (T(1) / lm) / dl[n - 1];
+      d[n + 1] = T(1) / ln - g * du[n];
+      dl[n] = -(T(1) / ln + T(1) / lm) - g * d[n];
+      right_factor_ = g;
+    } else {
+      const bool lf = kind == kFirstBoth || kind == kFirstLeftSecondRight;
+      const bool rf = kind == kFirstBoth || kind == kSecondLeftFirstRight;
+      if (lf) d[0] = 1, du[0] = 0;
+      else d[0] = -1, du[0] = 1;
+      if (rf) dl[n] = 0, d[n + 1] = 1;
+      else dl[n] = -1, d[n + 1] = 1;
+    }
+    if (factor(m, dl, d, du) != 0) return kStatusTridiagFailed;
+    return 0;
+  }
+
+  // Coefficients of one function; e is scratch of nx + 1 values.
+  int32_t build(const Values<T> &y, const T *bc, T *e, T *c) const {
+    const int64_t n = nx_ - 1;
+    for (int64_t j = 0; j < n; ++j) e[j + 1] = y[j + 1] - y[j];
+    switch (kind_) {
+      case kNotAKnot:
+        e[0] = -left_factor_ * e[1];
+        e[n + 1] = -right_factor_ * e[n];
+        break;
+      case kFreeEnd:
+        e[0] = 0, e[n + 1] = 0;
+        break;
+      case kFirstBoth:
+        e[0] = bc[0], e[n + 1] = bc[1];
+        break;
+      case kFirstLeftSecondRight:
+        e[0] = bc[0], e[n + 1] = bc[1] * lambda_[n];
+        break;
+      case kSecondLeftFirstRight:
+        e[0] = bc[0] * lambda_[0], e[n + 1] = bc[1];
+        break;
+      default:  // kSecondBoth
+        e[0] = bc[0] * lambda_[0], e[n + 1] = bc[1] * lambda_[n];
+        break;
+    }
+    const T *dl = mat_.get(), *d = dl + m_, *du = d + m_;
+    if (solve(m_, dl, d, du, e) != 0) return kStatusTridiagFailed;
+    for (int64_t j = 0; j <= n; ++j) {
+      const T th = theta_[j];
+      c[3 * j] = y[j];
+      c[3 * j + 1] = (T(1) - th) * e[j] + th * e[j + 1];
+      c[3 * j + 2] = (e[j + 1] - e[j]) / (T(2) * lambda_[j]);
+    }
+    return 0;
+  }
+
+ private:
+  static int factor(int64_t n, float *a, float *b, float *c) { return sdttrfb_4dfl(n, a, b, c); }
+  static int factor(int64_t n, double *a, double *b, double *c) { return ddttrfb_4dfl(n, a, b, c); }
+  static int solve(int64_t n, const float *a, const float *b, const float *c, float *r) {
+    return sdttrsb_4dfl(n, a, b, c, r);
+  }
+  static int solve(int64_t n, const double *a, const double *b, const double *c, double *r) {
+    return ddttrsb_4dfl(n, a, b, c, r);
+  }
+
+  int64_t nx_ = 0, m_ = 0;
+  int kind_ = 0;
+  Scratch<T> geo_, mat_;
+  const T *alpha_ = nullptr, *beta_ = nullptr, *lambda_ = nullptr, *theta_ = nullptr;
+  T left_factor_ = 0, right_factor_ = 0;
+};
+
 }  // namespace qor::fit

@@ -78,7 +78,7 @@ struct Fixture {
         else y[j * nx + nx - 1] = y[j * nx];
       }
     }
-    ic.resize(std::max<int64_t>(1, (nx - 2) * ny));
+    ic.resize(std::max<int64_t>(1, nx * ny));  // Hermite reads (nx-2) ny, knots nx-1
     for (size_t i = 0; i < ic.size(); ++i) ic[i] = T(0.05 * double(i % 7) - 0.1);
     const int64_t stride = (type == 1 ? nx : nx - 1) * order;
     coeff.assign(std::max<int64_t>(1, stride * ny), std::numeric_limits<T>::quiet_NaN());
@@ -461,6 +461,91 @@ TEST(ConstructC2, SinglePrecisionMatchesDoubleForEveryCubicKind) {
       for (size_t k = 0; k < d.coeff.size(); ++k)
         EXPECT_NEAR(s.coeff[k], d.coeff[k], 1e-3 * (1 + std::fabs(d.coeff[k]))) << ctor << " " << bct << " " << k;
     }
+}
+
+// Quadratic with a knot inside every cell: every condition that defines it,
+// checked on the pieces (the conditions determine the spline uniquely).
+template <typename T>
+void check_knotted_quadratic(int64_t bct, int64_t xh) {
+  SCOPED_TRACE(::testing::Message() << "bc " << bct << " x hint " << xh << " size " << sizeof(T));
+  const int64_t nx = 9, ny = 2;
+  Fixture<T> f(nx, ny, xh, 0, 3, 1, bct, 8);
+  const double tol = sizeof(T) == 8 ? 1e-10 : 2e-3;
+  auto X = [&](int64_t i) { return double(f.x[i]); };
+  std::vector<T> knots(nx - 1);
+  for (int64_t j = 0; j + 1 < nx; ++j) knots[j] = T(X(j) + (0.3 + 0.05 * double(j)) * (X(j + 1) - X(j)));
+  f.ic = knots;
+  if constexpr (sizeof(T) == 8) {
+    ASSERT_EQ(qor_df_kernel_dEditPtr(f.task, 3, f.ic.data()), 0);
+  } else {
+    ASSERT_EQ(qor_df_kernel_sEditPtr(f.task, 3, f.ic.data()), 0);
+  }
+  ASSERT_EQ(by_name("Quadratic", sizeof(T) == 8)(f.task, nullptr, nullptr, 1), 0);
+  for (int64_t j = 0; j < ny; ++j) {
+    const T *c = f.coeff.data() + j * 3 * nx;
+    auto P = [&](int64_t piece, double t, int der) {
+      const double u = t - X(piece);
+      const double a = c[3 * piece], b = c[3 * piece + 1], q = c[3 * piece + 2];
+      return der == 0 ? a + u * (b + u * q) : der == 1 ? b + 2 * q * u : 2 * q;
+    };
+    for (int64_t i = 0; i < nx; ++i) EXPECT_EQ(c[3 * i], f.yv(j, i, 0));
+    for (int64_t k = 0; k + 1 < nx; ++k) {
+      const double xi = double(knots[k]);
+      EXPECT_NEAR(P(k, xi, 0), P(k + 1, xi, 0), tol) << "C0 at knot " << k;
+      EXPECT_NEAR(P(k, xi, 1), P(k + 1, xi, 1), tol) << "C1 at knot " << k;
+    }
+    const int64_t L = nx - 1;
+    switch (bct) {
+      case 1:
+        EXPECT_NEAR(c[2], c[5], tol);
+        EXPECT_NEAR(c[3 * L + 2], c[3 * L - 1], tol);
+        break;
+      case 2:
+        EXPECT_NEAR(c[2], 0, tol);
+        EXPECT_NEAR(c[3 * L + 2], 0, tol);
+        break;
+      default: {
+        const bool lf = bct == 12 || bct == 36, rf = bct == 12 || bct == 24;
+        EXPECT_NEAR(P(0, X(0), lf ? 1 : 2), double(f.bc[0]), tol);
+        EXPECT_NEAR(P(L, X(L), rf ? 1 : 2), double(f.bc[1]), tol);
+      }
+    }
+  }
+}
+
+TEST(ConstructLowOrder, KnottedQuadraticMeetsItsConditions) {
+  for (int64_t bct : {1, 2, 12, 36, 24, 48})
+    for (int64_t xh : {0, 4}) {
+      check_knotted_quadratic<double>(bct, xh);
+      check_knotted_quadratic<float>(bct, xh);
+    }
+}
+
+TEST(ConstructStatus, KnottedQuadraticChecks) {
+  {
+    Fixture<double> f(5, 1, 0, 0, 3, 1, 2, 0);  // no knot bit
+    EXPECT_EQ(qor_df_kernel_dDFQuadraticSpline1D(f.task, nullptr, nullptr, 1), -1012);
+    EXPECT_EQ(qor_df_kernel_iEditVal(f.task, 20, 8), 0);  // knots announced, array still null
+    EXPECT_EQ(qor_df_kernel_dDFQuadraticSpline1D(f.task, nullptr, nullptr, 1), -1013);
+    EXPECT_TRUE(f.untouched());
+  }
+  struct Row {
+    int64_t nx, bct;
+    double knot_at;  // fraction of the cell for every knot
+    int32_t want;
+  };
+  const Row rows[] = {
+      {5, 64, 0.5, -1014}, {5, 0, 0.5, -1014}, {2, 1, 0.5, -1004}, {2, 2, 0.5, 0},
+      {5, 2, 0.0, -1012},  {5, 2, 1.0, -1012}, {5, 12, 1.5, -1012}, {5, 48, 0.5, 0},
+  };
+  for (const Row &r : rows) {
+    Fixture<double> f(r.nx, 1, 0, 0, 3, 1, r.bct, 8);
+    for (int64_t j = 0; j + 1 < r.nx; ++j) f.ic[j] = f.x[j] + r.knot_at * (f.x[j + 1] - f.x[j]);
+    EXPECT_EQ(qor_df_kernel_dDFQuadraticSpline1D(f.task, nullptr, nullptr, 1), r.want) << r.nx << " " << r.bct;
+    if (r.want != 0) {
+      EXPECT_TRUE(f.untouched());
+    }
+  }
 }
 
 }  // namespace
