@@ -140,11 +140,50 @@ inline __m128i uniform_lanes(const T *t, T left, T right, T scale, __m128i nxv, 
   return _mm_blendv_epi8(idx, nxm1v, eq);
 }
 
+// True when |(t - left) * scale| < 2^31 in all four lanes (false for NaN).
+template <class T>
+inline bool positions_fit_32(const T *t, T left, T scale) {
+  if constexpr (std::is_same_v<T, float>) {
+    const __m128 d = _mm_mul_ps(_mm_sub_ps(_mm_loadu_ps(t), _mm_set1_ps(left)), _mm_set1_ps(scale));
+    const __m128 a = _mm_andnot_ps(_mm_set1_ps(-0.0f), d);
+    return _mm_movemask_ps(_mm_cmplt_ps(a, _mm_set1_ps(2147483648.0f))) == 0xF;
+  } else {
+    const __m128d l = _mm_set1_pd(left), s = _mm_set1_pd(scale), lim = _mm_set1_pd(2147483648.0);
+    const __m128d sign = _mm_set1_pd(-0.0);
+    const __m128d a0 = _mm_andnot_pd(sign, _mm_mul_pd(_mm_sub_pd(_mm_loadu_pd(t), l), s));
+    const __m128d a1 = _mm_andnot_pd(sign, _mm_mul_pd(_mm_sub_pd(_mm_loadu_pd(t + 2), l), s));
+    return (_mm_movemask_pd(_mm_cmplt_pd(a0, lim)) & _mm_movemask_pd(_mm_cmplt_pd(a1, lim))) == 3;
+  }
+}
+
 template <class T, Width W>
 void uniform_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, Idx<W> *cell) {
   const T left = x[0], right = x[1];
   int64_t i = 0;
   if constexpr (W == Width::k64) {
+    // While every scaled position of a group of four fits in 32 bits (always,
+    // for sites inside a partition of fewer than 2^31 cells), the packed
+    // 32-bit conversion gives exactly the 64-bit one, so the lanes serve the
+    // 64 form too; other groups take the 64-bit conversion lane by lane.
+    if (nx < INT32_MAX) {
+      const __m128i nxv = _mm_set1_epi32(static_cast<int32_t>(nx));
+      const __m128i nxm1v = _mm_set1_epi32(static_cast<int32_t>(nx - 1));
+      for (; i + 4 <= n; i += 4) {
+        if (!positions_fit_32<T>(site + i, left, scale)) {
+          int64_t g[4];
+          position4<T, W>(site + i, left, scale, g);
+          for (int l = 0; l < 4; ++l) {
+            const T t = site[i + l];
+            cell[i + l] = t == right ? nx - 1 : t >= left ? uniform_from_position<W>(g[l], nx) : 0;
+          }
+          continue;
+        }
+        const __m128i idx = uniform_lanes<T>(site + i, left, right, scale, nxv, nxm1v);
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(cell + i), _mm_cvtepi32_epi64(idx));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(cell + i + 2),
+                         _mm_cvtepi32_epi64(_mm_srli_si128(idx, 8)));
+      }
+    }
     for (; i + 4 <= n; i += 4) {
       int64_t g[4];
       position4<T, W>(site + i, left, scale, g);
@@ -278,6 +317,38 @@ void peak_search(int64_t nx, const T *x, int64_t n, const T *site, T peak, Idx<W
 // Bracket width above which the hybrid method bisects before scanning.
 inline constexpr int64_t kHybridScanWidth = 40;
 
+// The final scan of the hybrid method over a bracket of at most 40
+// breakpoints: first k >= lo with x[k] > t.  Given the bracket (x[lo] <= t <
+// x[hi], hi - lo <= 40) that k is lo plus the number of x[k] <= t among the
+// 41 breakpoints from lo, which vector compares count without a single
+// data-dependent branch (the exit of a plain scan mispredicts about once a
+// site).  Near the right end, or should the bracket not hold, it falls back
+// to the plain scan, which gives the same index.
+template <class T>
+inline int64_t bracket_scan(const T *x, int64_t lo, int64_t nx, T t) {
+  constexpr int64_t kWindow = kHybridScanWidth + 1;
+  if (lo + kWindow > nx) return scan_up(x, lo, nx, t);
+  int count;
+  if constexpr (std::is_same_v<T, float>) {
+    const __m128 tv = _mm_set1_ps(t);
+    __m128i acc = _mm_setzero_si128();
+    for (int k = 0; k < 40; k += 4)
+      acc = _mm_sub_epi32(acc, _mm_castps_si128(_mm_cmple_ps(_mm_loadu_ps(x + lo + k), tv)));
+    acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, _MM_SHUFFLE(1, 0, 3, 2)));
+    acc = _mm_add_epi32(acc, _mm_shuffle_epi32(acc, _MM_SHUFFLE(2, 3, 0, 1)));
+    count = _mm_cvtsi128_si32(acc) + (x[lo + 40] <= t);
+  } else {
+    const __m128d tv = _mm_set1_pd(t);
+    __m128i acc = _mm_setzero_si128();
+    for (int k = 0; k < 40; k += 2)
+      acc = _mm_sub_epi64(acc, _mm_castpd_si128(_mm_cmple_pd(_mm_loadu_pd(x + lo + k), tv)));
+    acc = _mm_add_epi64(acc, _mm_unpackhi_epi64(acc, acc));
+    count = static_cast<int>(_mm_cvtsi128_si64(acc)) + (x[lo + 40] <= t);
+  }
+  if (count == kWindow) return scan_up(x, lo + kWindow, nx, t);
+  return lo + count;
+}
+
 template <class T, Width W>
 inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t m, T t,
                              int64_t q) {
@@ -293,23 +364,69 @@ inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t
   if (lo < 0) lo = 0;
   if (hi > nx - 1) hi = nx - 1;
   while (lo < hi - kHybridScanWidth) {
+    // Written as selects: the comparison is unpredictable, and conditional
+    // moves keep a mispredicted branch out of every step.
     const int64_t mid = (lo + hi) >> 1;
-    if (x[mid] > t) hi = mid;
-    else lo = mid;
+    const bool above = x[mid] > t;
+    hi = above ? mid : hi;
+    lo = above ? lo : mid;
   }
-  return scan_up(x, lo, nx, t);
+  return bracket_scan(x, lo, nx, t);
 }
 
+// Sites go in groups of 32 whose bisections advance in lockstep: each step
+// issues the 32 independent loads x[mid] together, so their cache misses
+// overlap instead of queueing one site behind the other.  A site whose
+// bracket is already 40 or narrower (or that is settled by the end tests)
+// sits out the remaining steps unchanged, so every site follows exactly the
+// one-site rule of hybrid_settle.
 template <class T, Width W>
 void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, const int64_t *tab,
                    int64_t m, Idx<W> *cell) {
-  const T x0 = x[0];
+  constexpr int kGroup = 32;
+  const T x0 = x[0], last = x[nx - 1];
   int64_t i = 0;
-  for (; i + 4 <= n; i += 4) {
-    int64_t q[4];
-    position4<T, W>(site + i, x0, scale, q);
-    for (int l = 0; l < 4; ++l)
-      cell[i + l] = static_cast<Idx<W>>(hybrid_settle<T, W>(x, nx, tab, m, site[i + l], q[l]));
+  for (; i + kGroup <= n; i += kGroup) {
+    int64_t q[kGroup], lo[kGroup], hi[kGroup], done[kGroup];
+    for (int b = 0; b < kGroup; b += 4) position4<T, W>(site + i + b, x0, scale, q + b);
+    for (int b = 0; b < kGroup; ++b) {
+      const T t = site[i + b];
+      int64_t qb = q[b];
+      if constexpr (W != Width::k64) qb = static_cast<int32_t>(qb);
+      if (static_cast<uint64_t>(qb) > static_cast<uint64_t>(m)) qb = m;
+      lo[b] = tab[2 * qb];
+      hi[b] = tab[2 * qb + 1];
+      if (lo[b] < 0) lo[b] = 0;
+      if (hi[b] > nx - 1) hi[b] = nx - 1;
+      done[b] = -1;
+      if (!(t >= x0)) done[b] = 0;
+      else if (t > last) done[b] = nx;
+      else if (t == last) done[b] = nx - 1;
+      if (done[b] >= 0) hi[b] = lo[b];  // nothing to bisect
+    }
+    for (bool any = true; any;) {
+      any = false;
+      // A short first pass only touches the lines, so that all 32 misses
+      // are outstanding before the compares wait for any of them.
+      for (int b = 0; b < kGroup; ++b)
+        _mm_prefetch(reinterpret_cast<const char *>(x + ((lo[b] + hi[b]) >> 1)), _MM_HINT_T0);
+      for (int b = 0; b < kGroup; ++b) {
+        const bool wide = lo[b] < hi[b] - kHybridScanWidth;
+        const int64_t mid = (lo[b] + hi[b]) >> 1;
+        const bool above = x[mid] > site[i + b];
+        hi[b] = wide && above ? mid : hi[b];
+        lo[b] = wide && !above ? mid : lo[b];
+        any |= wide;
+      }
+    }
+    for (int b = 0; b < kGroup; ++b) {
+      const char *w = reinterpret_cast<const char *>(x + lo[b]);
+      _mm_prefetch(w, _MM_HINT_T0);
+      _mm_prefetch(w + 128, _MM_HINT_T0);
+      _mm_prefetch(w + 256, _MM_HINT_T0);
+    }
+    for (int b = 0; b < kGroup; ++b)
+      cell[i + b] = static_cast<Idx<W>>(done[b] >= 0 ? done[b] : bracket_scan(x, lo[b], nx, site[i + b]));
   }
   for (; i < n; ++i)
     cell[i] = static_cast<Idx<W>>(
