@@ -51,6 +51,7 @@ int factor(int64_t n, T *dl, T *d, T *du) {
     const T qn = d[i] * q - (dl[i - 1] * du[i - 1]) * qm;
     if (!std::isnormal(qn)) break;
     dl[i - 1] *= d[i - 1];  // multiplier dl_{i-1} / p_{i-1}
+    du[i - 1] *= d[i - 1];  // unit upper factor U(i-1, i) / U(i-1, i-1)
     d[i] = q / qn;
     qm = q;
     q = qn;
@@ -70,11 +71,10 @@ int factor(int64_t n, T *dl, T *d, T *du) {
     const T l = dl[i - 1] * d[i - 1];
     dl[i - 1] = l;
     const T piv = d[i] - l * du[i - 1];
+    du[i - 1] *= d[i - 1];
     if (piv == T(0) || !std::isfinite(piv)) return row_status(i);
     d[i] = T(1) / piv;
   }
-  // Unit upper factor: U(i, i+1) / U(i, i).
-  for (int64_t k = 0; k + 1 < n; ++k) du[k] *= d[k];
   return 0;
 }
 
