@@ -93,24 +93,25 @@ class Scratch {
 };
 
 // Cell widths and their reciprocals, computed once per call and shared by all
-// functions.  A uniform partition reads only x[0] and x[nx-1] and keeps
-// scalars; the arrays are then left null.
+// functions.  Widths are recomputed from x where needed (as cheap as reading
+// them back from an array), reciprocals are stored.  A uniform partition
+// reads only x[0] and x[nx-1] and keeps scalars.
 template <typename T>
 struct Geometry {
   int64_t nx = 0;
   bool uniform = false;
   T uh = 0, urh = 0, urh2 = 0;  // uniform: width, 1/width, 1/width^2
-  const T *hp = nullptr, *rhp = nullptr;
+  const T *xp = nullptr, *rhp = nullptr;
   Scratch<T> store;
 
-  T h(int64_t i) const { return uniform ? uh : hp[i]; }
+  T h(int64_t i) const { return uniform ? uh : xp[i + 1] - xp[i]; }
   T rh(int64_t i) const { return uniform ? urh : rhp[i]; }
   // 1/h^2 is one multiply from 1/h; keeping it in an array would cost more
   // memory traffic than the multiply.
   T rh2(int64_t i) const { return uniform ? urh2 : rhp[i] * rhp[i]; }
   // Weight of the slope system's rows: the cell width, or 1 on a uniform
   // partition (every row there is divided by the common width).
-  T w(int64_t i) const { return uniform ? T(1) : hp[i]; }
+  T w(int64_t i) const { return uniform ? T(1) : xp[i + 1] - xp[i]; }
 
   // Returns 0 or -1001.
   int32_t init(int64_t n_x, const T *x, bool is_uniform) {
@@ -123,14 +124,10 @@ struct Geometry {
       urh2 = urh * urh;
       return 0;
     }
-    if (!store.allocate(2 * n)) return kStatusMemory;
-    T *h_ = store.get(), *rh_ = h_ + n;
-    for (int64_t i = 0; i < n; ++i) {
-      const T hi = x[i + 1] - x[i];
-      h_[i] = hi;
-      rh_[i] = T(1) / hi;
-    }
-    hp = h_;
+    if (!store.allocate(n)) return kStatusMemory;
+    T *rh_ = store.get();
+    for (int64_t i = 0; i < n; ++i) rh_[i] = T(1) / (x[i + 1] - x[i]);
+    xp = x;
     rhp = rh_;
     return 0;
   }
@@ -255,10 +252,19 @@ class CubicSystem {
       dl[m_ - 1] = 0;
       du[m_ - 1] = 0;
     }
-    for (int64_t i = 1; i < m_ - (kind == kPeriodic ? 0 : 1); ++i) {
-      dl[i - 1] = g.w(i);
-      d[i] = T(2) * (g.w(i - 1) + g.w(i));
-      du[i] = g.w(i - 1);
+    const int64_t rows_end = m_ - (kind == kPeriodic ? 0 : 1);
+    if (g.uniform) {
+      for (int64_t i = 1; i < rows_end; ++i) dl[i - 1] = 1, d[i] = 4, du[i] = 1;
+    } else {
+      const T *x = g.xp;
+      T wprev = x[1] - x[0];
+      for (int64_t i = 1; i < rows_end; ++i) {
+        const T wcur = x[i + 1] - x[i];
+        dl[i - 1] = wcur;
+        d[i] = T(2) * (wprev + wcur);
+        du[i] = wprev;
+        wprev = wcur;
+      }
     }
     if (kind == kPeriodic) {
       if (n == 1) {
@@ -337,18 +343,27 @@ class CubicSystem {
     const int64_t n = g.nx - 1;
     T yprev = y[1];
     T dprev = (yprev - y[0]) * (Uniform ? g.urh : g.rhp[0]);
-    for (int64_t i = 1; i < n; ++i) {
-      const T ynext = y[i + 1];
-      if (Uniform) {
+    if (Uniform) {
+      for (int64_t i = 1; i < n; ++i) {
+        const T ynext = y[i + 1];
         const T dcur = (ynext - yprev) * g.urh;
         s[i] = T(3) * (dprev + dcur);
         dprev = dcur;
-      } else {
-        const T dcur = (ynext - yprev) * g.rhp[i];
-        s[i] = T(3) * (g.hp[i] * dprev + g.hp[i - 1] * dcur);
-        dprev = dcur;
+        yprev = ynext;
       }
-      yprev = ynext;
+    } else {
+      const T *x = g.xp;
+      T xprev = x[1], hprev = x[1] - x[0];
+      for (int64_t i = 1; i < n; ++i) {
+        const T ynext = y[i + 1], xnext = x[i + 1];
+        const T hcur = xnext - xprev;
+        const T dcur = (ynext - yprev) * g.rhp[i];
+        s[i] = T(3) * (hcur * dprev + hprev * dcur);
+        dprev = dcur;
+        yprev = ynext;
+        xprev = xnext;
+        hprev = hcur;
+      }
     }
   }
 
