@@ -55,11 +55,12 @@
  *                  spline has nx pieces split at the knots, piece j holding
  *                  x[j] and stored as [y_j, s_j, c2_j] in u = t - x[j] (so the
  *                  coefficient stride is 3 nx); it interpolates and is C1 at
- *                  the knots.  Boundary types 1, 2, 12, 36, 24, 48 as for the
- *                  cubics (not-a-knot: the second derivative is continuous
- *                  across the first and last knots, and needs nx >= 3, else
- *                  -1004); periodic is refused (-1014).  Null knots: -1013;
- *                  a knot outside its cell: -1012.
+ *                  the knots.  Boundary types 1, 2, 12, 36, 24, 48, 64 as for
+ *                  the cubics (not-a-knot: the second derivative is continuous
+ *                  across the first and last knots; periodic: first and
+ *                  second derivatives close over the period; both need
+ *                  nx >= 3, else -1004).  Null knots: -1013; a knot outside
+ *                  its cell: -1012.
  *                  Any other spline type: -1002.  Then the y hint (-1009).
  *   NaturalCubic   nx < 2, or nx == 2 with boundary type 1: -1004; reserved
  *                  not null: -1002; y hint: -1009

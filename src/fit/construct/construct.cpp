@@ -256,11 +256,9 @@ int32_t construct(qor_df_task_t *task, Kind which, qor_df_threader_fn threader, 
   const int32_t st = classify_and_check_storage<T>(t, takes_bc, which == Kind::kAkima, order, &kind);
   if (st != 0) return st;
   if (rq.mode == Mode::kQuadraticKnots) {
-    // Periodic conditions are not offered for the knotted quadratic; its
-    // not-a-knot ends need two knots.
-    if (kind == kPeriodic) return QOR_DF_ERROR_BAD_BC_TYPE;
+    // The knotted quadratic's not-a-knot and periodic ends need two knots.
     if (t->ic == nullptr) return QOR_DF_ERROR_NULL_IC;
-    if (kind == kNotAKnot && nx < 3) return QOR_DF_ERROR_BAD_NX;
+    if ((kind == kNotAKnot || kind == kPeriodic) && nx < 3) return QOR_DF_ERROR_BAD_NX;
   }
   if (which == Kind::kHermite) {
     if (t->ic_type != QOR_DF_IC_1ST_DER) return QOR_DF_ERROR_BAD_IC_TYPE;

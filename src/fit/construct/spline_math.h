@@ -632,7 +632,12 @@ void local_slopes(LocalMethod method, const Geometry<T> &g, const Values<T> &y, 
 //                         (free end: v = 0)
 //   not-a-knot:           P'' continuous across xi_0 (and xi_{n-1}),
 //                         eliminated against row 1 (row n) to stay tridiagonal.
-// Periodic conditions are not offered for this spline.
+//   periodic:             E_{n+1} = E_0 (one unknown fewer) and P'' equal at
+//                         both ends: (E_1 - E_0) / lambda_0 = (E_0 - E_n) / lambda_n,
+//                         written as row 0 (sign flipped); its corner entry
+//                         and row n's (through E_{n+1} = E_0) are removed by
+//                         the same Sherman-Morrison correction as the
+//                         periodic cubic; needs nx >= 3.
 // Then s_j = (1 - theta_j) E_j + theta_j E_{j+1},
 //      c2_j = (E_{j+1} - E_j) / (2 lambda_j).
 template <typename T>
@@ -642,9 +647,9 @@ class QuadraticKnotSystem {
   int32_t prepare(int64_t nx, const T *x, bool uniform, const T *knots, int kind) {
     nx_ = nx;
     kind_ = kind;
-    const int64_t n = nx - 1, m = n + 2;
+    const int64_t n = nx - 1, m = kind == kPeriodic ? n + 1 : n + 2;
     m_ = m;
-    if (!geo_.allocate(5 * n + 2) || !mat_.allocate(3 * m)) return kStatusMemory;
+    if (!geo_.allocate(5 * n + 2) || !mat_.allocate(4 * (n + 2))) return kStatusMemory;
     T *alpha = geo_.get(), *beta = alpha + n, *lambda = beta + n, *theta = lambda + n + 1;
     const T x0 = x[0];
     const T hu = uniform ? (x[nx - 1] - x[0]) / T(n) : T(0);
@@ -665,12 +670,37 @@ class QuadraticKnotSystem {
     theta[n] = 1;
     alpha_ = alpha, beta_ = beta, lambda_ = lambda, theta_ = theta;
     T *dl = mat_.get(), *d = dl + m, *du = d + m;
+    T corner_row_n = 0;  // periodic: row n's coefficient of E_{n+1} = E_0
     for (int64_t j = 0; j < n; ++j) {
+      if (kind == kPeriodic && j == n - 1) {
+        dl[j] = alpha[j] * (T(1) - theta[j]) * T(0.5);
+        d[j + 1] = (alpha[j] * (T(1) + theta[j]) + beta[j] * (T(2) - theta[j + 1])) * T(0.5);
+        corner_row_n = beta[j] * theta[j + 1] * T(0.5);
+        break;
+      }
       dl[j] = alpha[j] * (T(1) - theta[j]) * T(0.5);
       d[j + 1] = (alpha[j] * (T(1) + theta[j]) + beta[j] * (T(2) - theta[j + 1])) * T(0.5);
       du[j + 1] = beta[j] * theta[j + 1] * T(0.5);
     }
     // End rows.  Left row 0: d[0], du[0]; right row n+1: dl[n], d[n+1].
+    if (kind == kPeriodic) {
+      const T r0 = T(1) / lambda[0], rn = T(1) / lambda[n];
+      const T a = -rn;           // row 0, column n
+      const T b = corner_row_n;  // row n, column 0
+      d[0] = r0 + rn - a;
+      du[0] = -r0;
+      d[n] -= b;
+      z_ = du + m;  // fourth block
+      for (int64_t k = 0; k < m; ++k) z_[k] = 0;
+      z_[0] = a;
+      z_[n] = b;
+      if (factor(m, dl, d, du) != 0) return kStatusTridiagFailed;
+      if (solve(m, dl, d, du, z_) != 0) return kStatusTridiagFailed;
+      const T den = T(1) + z_[0] + z_[n];
+      if (den == T(0) || !std::isfinite(den)) return kStatusTridiagFailed;
+      q_ = T(1) / den;
+      return 0;
+    }
     if (kind == kNotAKnot) {
       // (E_0 - E_1) / l0 + (E_2 - E_1) / l1 = 0, minus (1 / l1) / du[1] times row 1.
       const T l0 = lambda[0], l1 = lambda[1];
@@ -702,6 +732,9 @@ class QuadraticKnotSystem {
     const int64_t n = nx_ - 1;
     for (int64_t j = 0; j < n; ++j) e[j + 1] = y[j + 1] - y[j];
     switch (kind_) {
+      case kPeriodic:
+        e[0] = 0;
+        break;
       case kNotAKnot:
         e[0] = -left_factor_ * e[1];
         e[n + 1] = -right_factor_ * e[n];
@@ -724,6 +757,11 @@ class QuadraticKnotSystem {
     }
     const T *dl = mat_.get(), *d = dl + m_, *du = d + m_;
     if (solve(m_, dl, d, du, e) != 0) return kStatusTridiagFailed;
+    if (kind_ == kPeriodic) {
+      const T f = (e[0] + e[n]) * q_;
+      for (int64_t k = 0; k <= n; ++k) e[k] -= f * z_[k];
+      e[n + 1] = e[0];
+    }
     for (int64_t j = 0; j <= n; ++j) {
       const T th = theta_[j];
       c[3 * j] = y[j];
@@ -748,6 +786,8 @@ class QuadraticKnotSystem {
   Scratch<T> geo_, mat_;
   const T *alpha_ = nullptr, *beta_ = nullptr, *lambda_ = nullptr, *theta_ = nullptr;
   T left_factor_ = 0, right_factor_ = 0;
+  T *z_ = nullptr;  // periodic: shared solution T z = u
+  T q_ = 0;         // periodic: 1 / (1 + z_0 + z_n)
 };
 
 }  // namespace qor::fit

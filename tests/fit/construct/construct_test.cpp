@@ -504,6 +504,10 @@ void check_knotted_quadratic(int64_t bct, int64_t xh) {
         EXPECT_NEAR(c[2], 0, tol);
         EXPECT_NEAR(c[3 * L + 2], 0, tol);
         break;
+      case 64:
+        EXPECT_NEAR(c[1], c[3 * L + 1], tol);  // first derivative closes
+        EXPECT_NEAR(c[2], c[3 * L + 2], tol);  // and the second
+        break;
       default: {
         const bool lf = bct == 12 || bct == 36, rf = bct == 12 || bct == 24;
         EXPECT_NEAR(P(0, X(0), lf ? 1 : 2), double(f.bc[0]), tol);
@@ -514,7 +518,7 @@ void check_knotted_quadratic(int64_t bct, int64_t xh) {
 }
 
 TEST(ConstructLowOrder, KnottedQuadraticMeetsItsConditions) {
-  for (int64_t bct : {1, 2, 12, 36, 24, 48})
+  for (int64_t bct : {1, 2, 12, 36, 24, 48, 64})
     for (int64_t xh : {0, 4}) {
       check_knotted_quadratic<double>(bct, xh);
       check_knotted_quadratic<float>(bct, xh);
@@ -535,7 +539,8 @@ TEST(ConstructStatus, KnottedQuadraticChecks) {
     int32_t want;
   };
   const Row rows[] = {
-      {5, 64, 0.5, -1014}, {5, 0, 0.5, -1014}, {2, 1, 0.5, -1004}, {2, 2, 0.5, 0},
+      {5, 7, 0.5, -1014}, {5, 0, 0.5, -1014}, {2, 1, 0.5, -1004}, {2, 64, 0.5, -1004}, {2, 2, 0.5, 0},
+      {3, 64, 0.5, 0},
       {5, 2, 0.0, -1012},  {5, 2, 1.0, -1012}, {5, 12, 1.5, -1012}, {5, 48, 0.5, 0},
   };
   for (const Row &r : rows) {
