@@ -227,6 +227,19 @@ TEST(ConstructStatus, TaskChecksAndFailedFactorisation) {
     EXPECT_TRUE(f.untouched());
     reinterpret_cast<qor::fit::Task *>(f.task)->live = 1;
   }
+  {
+    // Coefficients stored apart (hint 128) with only slot 0 set: nothing is
+    // written until every function has its array, then the spline is built.
+    Fixture<double> f(6, 2, 0, 0, 4, 0, 2);
+    ASSERT_EQ(qor_df_kernel_dEditPPSpline1D(f.task, 4, 0, 2, nullptr, 0, nullptr, f.coeff.data(), 128), 0);
+    EXPECT_EQ(qor_df_kernel_dDFNaturalCubicSpline1D(f.task, nullptr, nullptr, 1), -1016);
+    EXPECT_TRUE(f.untouched());
+    std::vector<double> second(4 * 5, std::numeric_limits<double>::quiet_NaN());
+    ASSERT_EQ(qor_df_kernel_dEditIdxPtr(f.task, 5, 1, second.data()), 0);
+    EXPECT_EQ(qor_df_kernel_dDFNaturalCubicSpline1D(f.task, nullptr, nullptr, 1), 0);
+    EXPECT_EQ(second[0], f.y[6]);  // function 1 starts with its own first value
+    EXPECT_TRUE(std::isnan(f.coeff[20]));  // slot 0's block ends after 5 cells
+  }
   for (bool dbl : {true, false}) {
     // Breakpoints doubling back (x[2] == x[0]) make the second pivot of the
     // slope system with given end slopes exactly zero: -1500, nothing written.

@@ -119,47 +119,6 @@ TEST(C2Cubic, MatchesDenseSolveOfItsConditions) {
   }
 }
 
-TEST(C2Cubic, SinglePrecisionAgreesWithDouble) {
-  for (int kind : {kNotAKnot, kFreeEnd, kSecondBoth, kPeriodic}) {
-    Grid gr = make_grid(40, false, kind == kPeriodic, 77);
-    std::vector<float> xf(gr.x.begin(), gr.x.end()), yf(gr.y.begin(), gr.y.end());
-    const float bcf[2] = {0.5f, 0.25f};
-    const double bcd[2] = {0.5, 0.25};
-    Geometry<float> gf;
-    Geometry<double> gd;
-    ASSERT_EQ(gf.init(40, xf.data(), false), 0);
-    ASSERT_EQ(gd.init(40, gr.x.data(), false), 0);
-    CubicSystem<float> sf;
-    CubicSystem<double> sd;
-    ASSERT_EQ(sf.prepare(gf, kind, CubicFlavour::kNatural), 0);
-    ASSERT_EQ(sd.prepare(gd, kind, CubicFlavour::kNatural), 0);
-    std::vector<float> s1(40);
-    std::vector<double> s2(40);
-    ASSERT_EQ(sf.slopes(Values<float>{yf.data(), 1}, bcf, s1.data()), 0);
-    ASSERT_EQ(sd.slopes(Values<double>{gr.y.data(), 1}, bcd, s2.data()), 0);
-    for (int i = 0; i < 40; ++i) EXPECT_NEAR(s1[i], s2[i], 2e-5 * (1 + std::fabs(s2[i]))) << kind << " " << i;
-  }
-}
-
-TEST(C2Cubic, InterleavedStorageGivesTheSameSlopes) {
-  const int64_t nx = 17, ny = 3;
-  Grid gr = make_grid(nx, false, false, 5);
-  std::vector<double> inter(nx * ny);
-  for (int64_t i = 0; i < nx; ++i)
-    for (int64_t j = 0; j < ny; ++j) inter[i * ny + j] = gr.y[i] * (j + 1) + j;
-  Geometry<double> g;
-  ASSERT_EQ(g.init(nx, gr.x.data(), false), 0);
-  CubicSystem<double> sys;
-  ASSERT_EQ(sys.prepare(g, kFreeEnd, CubicFlavour::kNatural), 0);
-  for (int64_t j = 0; j < ny; ++j) {
-    std::vector<double> own(nx), s1(nx), s2(nx);
-    for (int64_t i = 0; i < nx; ++i) own[i] = inter[i * ny + j];
-    ASSERT_EQ(sys.slopes(Values<double>{own.data(), 1}, nullptr, s1.data()), 0);
-    ASSERT_EQ(sys.slopes(Values<double>{inter.data() + j, ny}, nullptr, s2.data()), 0);
-    for (int64_t i = 0; i < nx; ++i) EXPECT_EQ(s1[i], s2[i]);
-  }
-}
-
 // ---- local methods ---------------------------------------------------------
 
 std::vector<double> local(LocalMethod m, const Grid &gr, int kind, const double *bc, const double *ic) {
@@ -235,17 +194,6 @@ TEST(LocalSlopes, HymanFilterRule) {
   for (const Row &r : rows) EXPECT_EQ(hyman_filter(r.s, r.dl, r.dr), r.want) << r.s << " " << r.dl << " " << r.dr;
 }
 
-TEST(LocalSlopes, HermiteTakesInteriorSlopesFromTheConditions) {
-  Grid gr = make_grid(7, false, false, 9);
-  std::vector<double> ic = {0.5, -0.25, 1.5, 2.0, -3.0};
-  const double bc[2] = {1.0, 2.0};
-  std::vector<double> s = local(LocalMethod::kHermite, gr, kFirstBoth, bc, ic.data());
-  EXPECT_EQ(s[0], 1.0);
-  EXPECT_EQ(s[6], 2.0);
-  for (int i = 1; i <= 5; ++i) EXPECT_EQ(s[i], ic[i - 1]);
-}
-
-// End conditions of every kind, checked on the polynomials of the end cells.
 TEST(LocalSlopes, EndConditionsOfEveryKindHold) {
   const double bc[2] = {0.75, -0.5};
   for (LocalMethod m : {LocalMethod::kAkima, LocalMethod::kBessel, LocalMethod::kHermite})
@@ -287,31 +235,6 @@ TEST(LocalSlopes, EndConditionsOfEveryKindHold) {
           EXPECT_NEAR(eval_cubic(c.data() + 4 * i, h, 1), s[i + 1], 1e-11);
         }
       }
-}
-
-// ---- linear and quadratic ----------------------------------------------------
-
-TEST(LowOrder, LinearAndQuadraticInterpolate) {
-  for (bool uni : {false, true}) {
-    Grid gr = make_grid(9, uni, false, 21);
-    Geometry<double> g;
-    ASSERT_EQ(g.init(9, gr.x.data(), uni), 0);
-    std::vector<double> c2(2 * 8), c3(3 * 8);
-    write_linear(g, Values<double>{gr.y.data(), 1}, c2.data());
-    write_quadratic_from_left_slope(g, Values<double>{gr.y.data(), 1}, 0.4, c3.data());
-    EXPECT_EQ(c3[1], 0.4);
-    for (int i = 0; i < 8; ++i) {
-      const double h = gr.x[i + 1] - gr.x[i];
-      EXPECT_EQ(c2[2 * i], gr.y[i]);
-      EXPECT_NEAR(c2[2 * i] + c2[2 * i + 1] * h, gr.y[i + 1], 1e-13);
-      const double *q = c3.data() + 3 * i;
-      EXPECT_EQ(q[0], gr.y[i]);
-      EXPECT_NEAR(q[0] + q[1] * h + q[2] * h * h, gr.y[i + 1], 1e-12);
-      if (i < 7) {
-        EXPECT_NEAR(q[1] + 2 * q[2] * h, q[4], 1e-11) << "C1 at " << i + 1;
-      }
-    }
-  }
 }
 
 }  // namespace
