@@ -95,7 +95,10 @@ int32_t run(const Task *t, const Request &rq, bool interleaved, bool uniform, in
   job.ny = t->ny;
   job.bc = static_cast<const T *>(t->bc);
   job.ic = static_cast<const T *>(t->ic);
-  const int threads = rq.threader != nullptr && rq.threads > 1 ? rq.threads : 1;
+  // More workers than functions would only cost scratch.
+  int threads = rq.threader != nullptr && rq.threads > 1 ? rq.threads : 1;
+  if (threads > job.ny) threads = static_cast<int>(job.ny);
+  if (job.nx + 1 > INT64_MAX / threads / static_cast<int64_t>(sizeof(T))) return kStatusMemory;
   if (job.g.init(job.nx, static_cast<const T *>(t->x), uniform) != 0) return kStatusMemory;
   if (rq.mode == Mode::kC2) {
     const int32_t st = job.sys.prepare(job.g, kind, rq.flavour);
