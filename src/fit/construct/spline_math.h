@@ -529,10 +529,20 @@ void end_slopes(const Geometry<T> &g, const Values<T> &y, int kind, const T *bc,
 // they differ in sign (an extremum of the data) or one vanishes, it is 0.
 // The resulting cubic is monotone on every cell where the data are (the
 // ratios s/d stay in Fritsch and Carlson's box [0, 3]^2).
+// (Plain comparisons rather than fmin/fmax, which are library calls without
+// fast-math; a NaN slope becomes 0 on monotone data.)
 template <typename T>
 inline T hyman_filter(T s, T dl, T dr) {
-  if (dl > T(0) && dr > T(0)) return std::fmin(std::fmax(T(0), s), T(3) * std::fmin(dl, dr));
-  if (dl < T(0) && dr < T(0)) return std::fmax(std::fmin(T(0), s), T(3) * std::fmax(dl, dr));
+  if (dl > T(0) && dr > T(0)) {
+    const T cap = T(3) * (dl < dr ? dl : dr);
+    const T v = s > T(0) ? s : T(0);
+    return v < cap ? v : cap;
+  }
+  if (dl < T(0) && dr < T(0)) {
+    const T cap = T(3) * (dl > dr ? dl : dr);
+    const T v = s < T(0) ? s : T(0);
+    return v > cap ? v : cap;
+  }
   return T(0);
 }
 
