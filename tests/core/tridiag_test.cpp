@@ -152,7 +152,7 @@ TYPED_TEST(Tridiag, ZeroPivotReportsItsRow) {
     std::vector<T> dl, d, du;
     int row;
   };
-  const std::vector<Case> cases = {
+  std::vector<Case> cases = {
       {{}, {0}, {}, 1},
       {{1, 1}, {0, 4, 4}, {1, 1}, 1},
       // second pivot 1 - 1*1/1 = 0
@@ -160,6 +160,41 @@ TYPED_TEST(Tridiag, ZeroPivotReportsItsRow) {
       // third pivot: 2 - 1*(1/1) = 1; 1 - 1*1/1 = 0
       {{1, 1, 1}, {1, 2, 1, 3}, {1, 1, 1}, 3},
   };
+  // Long systems are eliminated from both ends towards the middle row: a
+  // zero pivot in either chain, or in the middle row, is still found.
+  auto base = [](int64_t n) {
+    return Case{std::vector<T>(n - 1, T(1)), std::vector<T>(n, T(4)), std::vector<T>(n - 1, T(1)), 0};
+  };
+  {
+    Case c = base(40);  // last row's own pivot
+    c.d[39] = 0;
+    c.row = 40;
+    cases.push_back(c);
+  }
+  {
+    Case c = base(40);  // upward chain: r_31 = 1, r_30 = 1 - 1 * 1 / 1
+    c.du[31] = 0;
+    c.d[31] = 1;
+    c.d[30] = 1;
+    c.row = 31;
+    cases.push_back(c);
+  }
+  {
+    Case c = base(41);  // middle row k = 20 decoupled with a zero diagonal
+    c.du[19] = 0;
+    c.dl[20] = 0;
+    c.d[20] = 0;
+    c.row = 21;
+    cases.push_back(c);
+  }
+  {
+    Case c = base(40);  // downward chain: p_2 = 1, p_3 = 1 - 1 * 1 / 1
+    c.dl[1] = 0;
+    c.d[2] = 1;
+    c.d[3] = 1;
+    c.row = 4;
+    cases.push_back(c);
+  }
   for (const Case &c0 : cases) {
     Case c = c0;
     const int64_t n = int64_t(c.d.size());
