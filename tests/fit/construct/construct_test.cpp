@@ -240,6 +240,24 @@ TEST(ConstructStatus, TaskChecksAndFailedFactorisation) {
     EXPECT_EQ(second[0], f.y[6]);  // function 1 starts with its own first value
     EXPECT_TRUE(std::isnan(f.coeff[20]));  // slot 0's block ends after 5 cells
   }
+  {
+    // Periodic with spline type 1 needs no boundary array (types 0 and 3
+    // do); type 1 keeps one extra cell of stride per function.
+    Fixture<double> f(7, 2, 0, 0, 4, 1, 64, 0, false);
+    ASSERT_EQ(qor_df_kernel_dDFNaturalCubicSpline1D(f.task, nullptr, nullptr, 1), 0);
+    for (int64_t j = 0; j < 2; ++j) {
+      const double *c = f.coeff.data() + j * 4 * 7;
+      EXPECT_NEAR(c[1], eval_cubic(c + 4 * 5, f.x[6] - f.x[5], 1), 1e-10);
+      EXPECT_TRUE(std::isnan(c[4 * 6]));  // the extra cell is not written
+    }
+  }
+  {
+    // Akima on 5 breakpoints with its own end rule.
+    Fixture<double> f(5, 1, 0, 0, 4, 0, 0);
+    ASSERT_EQ(qor_df_kernel_dDFAkimaCubicSpline1D(f.task, nullptr, nullptr, 1), 0);
+    std::vector<double> ref = akima_reference(f.x, f.y, false);
+    for (int i = 0; i < 4; ++i) EXPECT_NEAR(f.coeff[4 * i + 1], ref[i], 1e-13);
+  }
   for (bool dbl : {true, false}) {
     // Breakpoints doubling back (x[2] == x[0]) make the second pivot of the
     // slope system with given end slopes exactly zero: -1500, nothing written.
