@@ -224,7 +224,7 @@ inline int64_t quasi_settle(const T *x, int64_t nx, T t, int64_t g) {
     const uint32_t g1 = static_cast<uint32_t>(static_cast<int32_t>(g)) + 1u;
     k = g1 > static_cast<uint64_t>(nx) ? nx : static_cast<int64_t>(g1);
   }
-  if (k < 1) k = 1;  // only a position of -1 rounds here; x[0] <= t anyway
+  if (k < 1) k = 1;  // cannot happen for t >= x[0]; keeps x[k-1] inside x
   k = scan_down(x, k, t);  // while x[k-1] > t, step down; stops at k >= 1
   return scan_up(x, k, nx, t);
 }
@@ -360,9 +360,9 @@ inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t
   // Positions of sites inside the partition are in [0, M]; the clamps keep a
   // mismatched scale or table from reading outside either array.
   if (static_cast<uint64_t>(q) > static_cast<uint64_t>(m)) q = m;
-  int64_t lo = tab[2 * q], hi = tab[2 * q + 1];
-  if (lo < 0) lo = 0;
-  if (hi > nx - 1) hi = nx - 1;
+  const int64_t lo0 = tab[2 * q], hi0 = tab[2 * q + 1];
+  int64_t lo = lo0 < 0 ? 0 : lo0 > nx - 1 ? nx - 1 : lo0;
+  int64_t hi = hi0 < 0 ? 0 : hi0 > nx - 1 ? nx - 1 : hi0;
   while (lo < hi - kHybridScanWidth) {
     // Written as selects: the comparison is unpredictable, and conditional
     // moves keep a mispredicted branch out of every step.
@@ -394,10 +394,11 @@ void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, co
       int64_t qb = q[b];
       if constexpr (W != Width::k64) qb = static_cast<int32_t>(qb);
       if (static_cast<uint64_t>(qb) > static_cast<uint64_t>(m)) qb = m;
-      lo[b] = tab[2 * qb];
-      hi[b] = tab[2 * qb + 1];
-      if (lo[b] < 0) lo[b] = 0;
-      if (hi[b] > nx - 1) hi[b] = nx - 1;
+      // Clamped into x: the lockstep loop loads x[mid] even for a site
+      // that has stopped bisecting.
+      const int64_t lo0 = tab[2 * qb], hi0 = tab[2 * qb + 1];
+      lo[b] = lo0 < 0 ? 0 : lo0 > nx - 1 ? nx - 1 : lo0;
+      hi[b] = hi0 < 0 ? 0 : hi0 > nx - 1 ? nx - 1 : hi0;
       done[b] = -1;
       if (!(t >= x0)) done[b] = 0;
       else if (t > last) done[b] = nx;
@@ -421,9 +422,7 @@ void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, co
     }
     for (int b = 0; b < kGroup; ++b) {
       const char *w = reinterpret_cast<const char *>(x + lo[b]);
-      _mm_prefetch(w, _MM_HINT_T0);
-      _mm_prefetch(w + 128, _MM_HINT_T0);
-      _mm_prefetch(w + 256, _MM_HINT_T0);
+      for (int off = 0; off <= 320; off += 64) _mm_prefetch(w + off, _MM_HINT_T0);
     }
     for (int b = 0; b < kGroup; ++b)
       cell[i + b] = static_cast<Idx<W>>(done[b] >= 0 ? done[b] : bracket_scan(x, lo[b], nx, site[i + b]));

@@ -148,7 +148,13 @@ int32_t new_task(qor_df_task_t **out, int64_t nx, const T *x, int64_t x_hint, in
   t->ny = ny;
   if (y) {
     const int32_t st = build_y_table(t, y);
-    if (st) return st;
+    if (st) {
+      // ny and the y hint belong to a later step: a record left behind by a
+      // failed table shows only what the steps before it stored.
+      t->ny = 0;
+      t->y_hint = 0;
+      return st;
+    }
   }
   t->int64_results = int64_results;
   t->tag = kTaskTag;

@@ -322,6 +322,25 @@ TYPED_TEST(FitSearch, HybridBracketWidthsAroundTheSwitch) {
   }
 }
 
+// A table that does not belong to the partition (garbage brackets) must not
+// take the search outside x: every index stays in [0, nx].
+TYPED_TEST(FitSearch, HybridStaysInsideWithForeignTable) {
+  using T = TypeParam;
+  const int64_t nx = 100;
+  std::vector<T> x(nx);
+  for (int64_t i = 0; i < nx; ++i) x[i] = T(i);
+  const int64_t m = qor::fit::cell_count_for(nx);
+  std::vector<int64_t> tab(2 * m + 4);
+  for (size_t k = 0; k < tab.size(); ++k) tab[k] = k % 3 == 0 ? -1000000 : k % 3 == 1 ? 1000000 : 7;
+  std::vector<T> s;
+  for (int i = -10; i < 120; ++i) s.push_back(T(i) + T(0.25));
+  for (int f = 0; f < kForms; ++f)
+    for (int64_t c : run<T>(kHybrid, f, x, x.data(), s, T(1e6), tab.data())) {
+      ASSERT_GE(c, 0);
+      ASSERT_LE(c, nx);
+    }
+}
+
 // ---- user-defined methods -----------------------------------------------
 
 template <class T>

@@ -91,6 +91,11 @@ TEST(FitTaskCreate, PartlyBuiltRecordIsHandedOutAndDeletable) {
   EXPECT_EQ(qor_df_kernel_dNewTask1D(&t, 3, x, 0, -1, y, 0, 0), -1001);
   ASSERT_NE(t, nullptr);
   EXPECT_EQ(rec(t)->cell_table, nullptr);
+  EXPECT_EQ(rec(t)->y_table, nullptr);
+  EXPECT_EQ(rec(t)->nx, 3);
+  EXPECT_EQ(rec(t)->x, x);
+  EXPECT_EQ(rec(t)->ny, 0);
+  EXPECT_EQ(rec(t)->live, 0);  // the live mark comes after the tables
   EXPECT_EQ(qor_df_kernel_DeleteTask(&t), 0);
   EXPECT_EQ(t, nullptr);
   EXPECT_EQ(qor_df_kernel_DeleteTask(&t), -1000);
