@@ -1,0 +1,208 @@
+// Absolute deviation estimators: the median absolute deviation from the median
+// and the (weighted) mean absolute deviation from the mean, per variable.
+//
+// Shape: the entry point checks the task and the request, asks the caller's
+// service table how many threads to use, gives every thread one buffer of n
+// values and runs a per-variable routine through the caller's parallel-for.
+// The per-variable routines reuse the quantiles estimator and the basic
+// statistics engine on one-variable tasks built on the stack.
+#include <atomic>
+#include <cmath>
+#include <limits>
+
+#include "qor/core.h"
+#include "qor/stats.h"
+#include "stats/estimators.h"
+#include "stats/task.h"
+
+namespace qor::stats {
+namespace {
+
+template <class T>
+struct MadContext {
+  const T *x;
+  const T *weights;
+  const T *means;  // caller's means (method 0x100), else null
+  T *result;
+  const void *indices;
+  int64_t p;
+  int64_t n;
+  bool contiguous;
+  bool wide;
+  T *buffers;  // threads x n values
+  std::atomic<int32_t> status{0};
+
+  // The variable's values, in place when contiguous, else gathered into buf.
+  const T *column(int64_t j, T *buf) const {
+    if (contiguous) return x + j * n;
+    const T *src = x + j;
+    for (int64_t k = 0; k < n; ++k) buf[k] = src[k * p];
+    return buf;
+  }
+  void fail(int32_t st) { status.store(st, std::memory_order_relaxed); }
+};
+
+// Median of n values of a one-variable task over `data`; work may equal data
+// (then data are reordered).
+template <class T>
+int32_t median_of(const T *data, int64_t n, T *work, T *out) {
+  TaskRecord t;
+  LocalInts ints;
+  init_local_task(&t, &ints, n, data, nullptr);
+  const T half = static_cast<T>(0.5);
+  t.set_ptr(kFieldQuantCount, &ints.quant_count);
+  t.set_ptr(kFieldQuantOrders, &half);
+  t.set_ptr(kFieldQuants, out);
+  return quantiles<T>(&t, kEstimateQuantiles, QOR_SS_METHOD_FAST, work);
+}
+
+template <class T>
+int32_t mean_of(const T *data, const T *weights, int64_t n, T *out) {
+  TaskRecord t;
+  LocalInts ints;
+  init_local_task(&t, &ints, n, data, weights);
+  t.set_ptr(kFieldMeans, out);
+  return basic<T>(&t, kEstimateMeans, QOR_SS_METHOD_FAST);
+}
+
+template <class T>
+void median_abs_dev_one(int64_t j, int thread, void *context) {
+  auto *c = static_cast<MadContext<T> *>(context);
+  if (!selected(c->indices, j, c->wide)) return;
+  const int64_t n = c->n;
+  T *buf = c->buffers + static_cast<int64_t>(thread) * n;
+  const T *col = c->column(j, buf);
+  T med;
+  if (int32_t st = median_of(col, n, buf, &med); st < 0) return c->fail(st);
+  // The median pass reordered buf (when col is buf); deviations do not
+  // depend on the order of the values.
+  for (int64_t k = 0; k < n; ++k) buf[k] = std::fabs(col[k] - med);
+  T mad;
+  if (int32_t st = median_of(buf, n, buf, &mad); st < 0) return c->fail(st);
+  c->result[j] = mad;
+}
+
+template <class T>
+void mean_abs_dev_one(int64_t j, int thread, void *context) {
+  auto *c = static_cast<MadContext<T> *>(context);
+  if (!selected(c->indices, j, c->wide)) return;
+  const int64_t n = c->n;
+  T *buf = c->buffers + static_cast<int64_t>(thread) * n;
+  const T *col = c->column(j, buf);
+  T mean;
+  if (c->means) {
+    mean = c->means[j];
+  } else if (int32_t st = mean_of(col, c->weights, n, &mean); st < 0) {
+    return c->fail(st);
+  }
+  for (int64_t k = 0; k < n; ++k) buf[k] = std::fabs(col[k] - mean);
+  T mnad;
+  if (int32_t st = mean_of(buf, c->weights, n, &mnad); st < 0) return c->fail(st);
+  c->result[j] = mnad;
+}
+
+template <class T>
+int32_t run_pass(MadContext<T> &c, const qor_ss_service_fn *services,
+                 qor_threader_routine routine) {
+  int threads = 1;
+  auto query = services ? reinterpret_cast<qor_ss_thread_count_fn>(
+                              services[QOR_SS_SERVICE_THREAD_COUNT])
+                        : nullptr;
+  auto parallel_for = services ? reinterpret_cast<qor_ss_parallel_for_fn>(
+                                     services[QOR_SS_SERVICE_PARALLEL_FOR])
+                               : nullptr;
+  if (query && parallel_for) {
+    const int64_t want = static_cast<int32_t>(query(c.p, c.n, c.contiguous ? 1 : 0, c.x));
+    threads = static_cast<int>(want < c.p ? want : c.p);
+    if (threads < 1) threads = 1;
+  }
+  const size_t per = static_cast<size_t>(c.n);
+  if (per > SIZE_MAX / sizeof(T) / static_cast<size_t>(threads)) return QOR_SS_ERROR_MEMORY;
+  c.buffers = static_cast<T *>(
+      qor_serv_allocate(per * static_cast<size_t>(threads) * sizeof(T), kTaskAlignment));
+  if (!c.buffers) return QOR_SS_ERROR_MEMORY;
+  c.status.store(0, std::memory_order_relaxed);
+  if (parallel_for && threads > 1) {
+    parallel_for(c.p, threads, &c, routine);
+  } else {
+    for (int64_t j = 0; j < c.p; ++j) routine(j, 0, &c);
+  }
+  qor_serv_deallocate(c.buffers);
+  c.buffers = nullptr;
+  return c.status.load(std::memory_order_relaxed);
+}
+
+template <class T>
+int32_t mad(void *task, uint64_t estimates, uint64_t method, const qor_ss_service_fn *services) {
+  if (!task) return QOR_SS_ERROR_NULL_TASK;
+  const TaskRecord *t = static_cast<const TaskRecord *>(task);
+  const bool wide = t->wide();
+
+  // The core library validates p, n and x before calling; a null pointer is
+  // still reported (as the bad value it stands for) rather than followed.
+  const void *pp = t->ptr<const void>(kFieldP);
+  const int64_t p = pp ? read_int(pp, wide) : 0;
+  if (p < 1) return QOR_SS_ERROR_BAD_DIMEN;
+  const void *pn = t->ptr<const void>(kFieldN);
+  const int64_t n = pn ? read_int(pn, wide) : 0;
+  if (n < 1) return QOR_SS_ERROR_BAD_OBSERV_N;
+  const void *ps = t->ptr<const void>(kFieldStorage);
+  if (!ps) return QOR_SS_ERROR_BAD_STORAGE_ADDR;
+  const int64_t storage = read_int(ps, wide);
+  if (storage != kStorageCols && storage != kStorageRows)
+    return QOR_SS_ERROR_STORAGE_NOT_SUPPORTED;
+  const T *x = t->ptr<const T>(kFieldX);
+  if (!x) return QOR_SS_ERROR_BAD_OBSERV_ADDR;
+
+  MadContext<T> c;
+  c.x = x;
+  c.weights = nullptr;
+  c.means = nullptr;
+  c.indices = t->ptr<const void>(kFieldIndices);
+  c.p = p;
+  c.n = n;
+  c.contiguous = storage == kStorageCols || p == 1;
+  c.wide = wide;
+  c.buffers = nullptr;
+
+  int32_t status = QOR_SS_OK;
+  if (estimates & QOR_SS_MAD_MEDIAN) {
+    c.result = t->ptr<T>(kFieldMedianAbsDev);
+    if (!c.result) return QOR_SS_ERROR_BAD_MDAD_ADDR;
+    if (!(method & QOR_SS_METHOD_FAST)) {
+      status = QOR_SS_ERROR_BAD_METHOD;
+    } else {
+      status = run_pass(c, services, &median_abs_dev_one<T>);
+    }
+  }
+  if (!(estimates & QOR_SS_MAD_MEAN)) return status;
+
+  // A mean pass replaces whatever the median pass reported: when both are
+  // requested, only the mean pass's status is returned.
+  c.result = t->ptr<T>(kFieldMeanAbsDev);
+  if (!c.result) return QOR_SS_ERROR_BAD_MNAD_ADDR;
+  if (!(method & (QOR_SS_METHOD_FAST | QOR_SS_METHOD_CALLER_MEANS))) return QOR_SS_ERROR_BAD_METHOD;
+  if (method & QOR_SS_METHOD_CALLER_MEANS) {
+    c.means = t->ptr<const T>(kFieldMeans);
+    if (!c.means) return QOR_SS_ERROR_BAD_MEAN_ADDR;
+  }
+  c.weights = t->ptr<const T>(kFieldWeights);
+  return run_pass(c, services, &mean_abs_dev_one<T>);
+}
+
+}  // namespace
+}  // namespace qor::stats
+
+extern "C" {
+
+QOR_API int32_t _rixdSSMAD(qor_ss_task task, uint64_t estimates, uint64_t method,
+                           const qor_ss_service_fn *services) {
+  return qor::stats::mad<double>(task, estimates, method, services);
+}
+
+QOR_API int32_t _rixsSSMAD(qor_ss_task task, uint64_t estimates, uint64_t method,
+                           const qor_ss_service_fn *services) {
+  return qor::stats::mad<float>(task, estimates, method, services);
+}
+
+}  // extern "C"
