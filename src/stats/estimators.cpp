@@ -114,6 +114,107 @@ T select_rank(T *a, int64_t n, int64_t k) {
   return a[k];
 }
 
+// Ranks k and k + 1 of n values in one streaming pass (Floyd and Rivest's
+// sampling idea): a random sample of about n^(2/3) values gives two bounds
+// lo <= hi that bracket rank k with overwhelming probability; one branch-free
+// pass counts the values below lo and moves the few values within [lo, hi]
+// to the front of `work`; a selection on those few finishes.  If the bracket
+// misses (or the data defeat the sample) the full selection runs instead, so
+// the answer is always exact.
+//
+// in_place: work == data and data may be permuted (values are swapped, never
+// overwritten).  Otherwise data are only read and work receives n values.
+// Returns false when the data hold a NaN.
+template <class T>
+bool select_pair(const T *data, T *work, int64_t n, int64_t k, bool need_next, bool in_place,
+                 T *vk, T *vnext) {
+  auto full = [&](T *a) {
+    *vk = select_rank(a, n, k);
+    if (need_next && k + 1 < n) *vnext = *std::min_element(a + k + 1, a + n);
+    return true;
+  };
+  if (n < 4096) {
+    if (!in_place) std::copy(data, data + n, work);
+    if (has_nan(work, n)) return false;
+    return full(work);
+  }
+
+  // The sample: one value from each of s equal strides, at a pseudo-random
+  // offset within the stride (xorshift), so periodic data cannot fool it.
+  const int64_t s = std::min<int64_t>(
+      n / 4, static_cast<int64_t>(std::cbrt(static_cast<double>(n) * static_cast<double>(n))));
+  T *sample = static_cast<T *>(qor_serv_allocate(static_cast<size_t>(s) * sizeof(T), kTaskAlignment));
+  if (!sample) {
+    if (!in_place) std::copy(data, data + n, work);
+    if (has_nan(work, n)) return false;
+    return full(work);
+  }
+  const int64_t stride = n / s;
+  uint64_t r = 0x9E3779B97F4A7C15ull ^ static_cast<uint64_t>(n);
+  for (int64_t i = 0; i < s; ++i) {
+    r ^= r << 13;
+    r ^= r >> 7;
+    r ^= r << 17;
+    sample[i] = data[i * stride + static_cast<int64_t>(r % static_cast<uint64_t>(stride))];
+  }
+  if (has_nan(sample, s)) {
+    qor_serv_deallocate(sample);
+    return false;
+  }
+  // Rank of k within the sample, +- five standard deviations of a sample
+  // quantile (sqrt(s q (1 - q)) <= sqrt(s) / 2), plus one for rank k + 1.
+  const double centre = (static_cast<double>(k) + 0.5) * static_cast<double>(s) /
+                        static_cast<double>(n);
+  const double spread = 2.5 * std::sqrt(static_cast<double>(s)) + 2;
+  const int64_t ilo = std::max<int64_t>(0, static_cast<int64_t>(centre - spread));
+  const int64_t ihi = std::min<int64_t>(s - 1, static_cast<int64_t>(centre + spread) + 1);
+  const T lo = select_rank(sample, s, ilo);
+  const T hi = select_rank(sample + ilo, s - ilo, ihi - ilo);
+  qor_serv_deallocate(sample);
+
+  int64_t below = 0, above = 0, m = 0;
+  if (in_place) {
+    for (int64_t i = 0; i < n; ++i) {
+      const T v = work[i];
+      below += v < lo;
+      above += v > hi;
+      work[i] = work[m];
+      work[m] = v;
+      m += (v >= lo) & (v <= hi);
+    }
+  } else {
+    for (int64_t i = 0; i < n; ++i) {
+      const T v = data[i];
+      below += v < lo;
+      above += v > hi;
+      work[m] = v;
+      m += (v >= lo) & (v <= hi);
+    }
+  }
+  if (below + above + m != n) return false;  // only NaN fails all three tests
+  if (below <= k && k < below + m) {
+    *vk = select_rank(work, m, k - below);
+    if (need_next && k + 1 < n) {
+      if (k + 1 < below + m) {
+        *vnext = *std::min_element(work + (k - below) + 1, work + m);
+      } else {
+        // Rank k + 1 is the least value above hi.
+        T least = std::numeric_limits<T>::infinity();
+        for (int64_t i = 0; i < n; ++i) {
+          const T v = data[i];
+          if (v > hi && v < least) least = v;
+        }
+        *vnext = least;
+      }
+    }
+    return true;
+  }
+  // The bracket missed: in place, the data are merely permuted; otherwise
+  // take a fresh copy.
+  if (!in_place) std::copy(data, data + n, work);
+  return full(work);
+}
+
 // ---- estimators -----------------------------------------------------------
 
 template <class T>
@@ -147,33 +248,43 @@ int32_t quantiles(const TaskRecord *t, uint64_t estimates, uint64_t method, T *w
   for (int64_t j = 0; j < p; ++j) {
     if (!selected(indices, j, wide)) continue;
     T *res = out + j * count;
-    const bool in_place = p == 1 && work == x;
-    if (!in_place) {
-      if (contiguous) {
-        std::copy(x + j * n, x + j * n + n, work);
-      } else {
-        for (int64_t k = 0; k < n; ++k) work[k] = x[j + k * p];
-      }
+    // Where the values come from: read-only from x, or already in work (in
+    // place, or gathered there from a row-major x).
+    const T *data = work;
+    bool in_place = true;
+    if (p == 1 && work == x) {
+      // the caller lets the values be reordered
+    } else if (contiguous && count == 1) {
+      data = x + j * n;
+      in_place = false;
+    } else if (contiguous) {
+      // Several orders select in turn on the same permuted copy.
+      std::copy(x + j * n, x + j * n + n, work);
+    } else {
+      for (int64_t k = 0; k < n; ++k) work[k] = x[j + k * p];
     }
-    if (has_nan(work, n)) {
-      for (int64_t i = 0; i < count; ++i) res[i] = std::numeric_limits<T>::quiet_NaN();
-      continue;
-    }
-    for (int64_t i = 0; i < count; ++i) {
+    bool nan = false;
+    for (int64_t i = 0; i < count && !nan; ++i) {
       const double h = static_cast<double>(n - 1) * static_cast<double>(orders[i]);
       int64_t lo = static_cast<int64_t>(std::floor(h));
       if (lo > n - 1) lo = n - 1;
       const double frac = h - static_cast<double>(lo);
-      const T vlo = select_rank(work, n, lo);
-      if (frac == 0 || lo == n - 1) {
-        res[i] = vlo;
-      } else {
-        // After selecting rank lo, rank lo + 1 is the least value above it.
-        const T vhi = *std::min_element(work + lo + 1, work + n);
-        res[i] = static_cast<T>(static_cast<double>(vlo) +
-                                frac * (static_cast<double>(vhi) - static_cast<double>(vlo)));
+      const bool need_next = frac != 0 && lo < n - 1;
+      T vlo, vhi = T{};
+      // After the first order the values sit in work, permuted.
+      const bool first = i == 0;
+      if (!select_pair(first ? data : work, work, n, lo, need_next, first ? in_place : true, &vlo,
+                       &vhi)) {
+        nan = true;
+        break;
       }
+      res[i] = need_next ? static_cast<T>(static_cast<double>(vlo) +
+                                          frac * (static_cast<double>(vhi) -
+                                                  static_cast<double>(vlo)))
+                         : vlo;
     }
+    if (nan)
+      for (int64_t i = 0; i < count; ++i) res[i] = std::numeric_limits<T>::quiet_NaN();
   }
   if (own) qor_serv_deallocate(own);
   return QOR_SS_OK;
@@ -240,6 +351,8 @@ template void pairwise_weighted_sum(const float *, const float *, int64_t, doubl
 template bool has_nan(const double *, int64_t);
 template bool has_nan(const float *, int64_t);
 template double select_rank(double *, int64_t, int64_t);
+template bool select_pair(const double *, double *, int64_t, int64_t, bool, bool, double *, double *);
+template bool select_pair(const float *, float *, int64_t, int64_t, bool, bool, float *, float *);
 template float select_rank(float *, int64_t, int64_t);
 template int32_t quantiles(const TaskRecord *, uint64_t, uint64_t, double *);
 template int32_t quantiles(const TaskRecord *, uint64_t, uint64_t, float *);

@@ -56,4 +56,12 @@ bool has_nan(const T *x, int64_t n);
 template <class T>
 T select_rank(T *a, int64_t n, int64_t k);
 
+// Values of rank k and, when need_next, k + 1 of data[0..n-1] (a sampling
+// bracket and one streaming pass, falling back to select_rank).  in_place:
+// work == data may be permuted; otherwise data are read-only and work holds n
+// values of scratch.  Returns false, with nothing stored, when a value is NaN.
+template <class T>
+bool select_pair(const T *data, T *work, int64_t n, int64_t k, bool need_next, bool in_place,
+                 T *vk, T *vnext);
+
 }  // namespace qor::stats

@@ -360,3 +360,99 @@ TEST(Selection, EveryRankMatchesSortWithTies) {
 }
 
 }  // namespace
+
+namespace {
+
+// The sampling selection against a full sort, on data shapes that stress the
+// bracket: heavy ties, two-valued halves, sorted and reversed runs, constants.
+TEST(Selection, SamplingBracketMatchesSort) {
+  std::mt19937_64 rng(99);
+  auto make = [&](int shape, int64_t n) {
+    std::vector<double> v(n);
+    std::uniform_int_distribution<int> few(0, 3);
+    std::normal_distribution<double> g;
+    for (int64_t i = 0; i < n; ++i) {
+      switch (shape) {
+        case 0: v[i] = g(rng); break;
+        case 1: v[i] = few(rng); break;
+        case 2: v[i] = i < n / 2 ? 0.0 : 1000.0; break;
+        case 3: v[i] = static_cast<double>(i); break;
+        case 4: v[i] = static_cast<double>(n - i); break;
+        case 5: v[i] = 7.0; break;
+        default: v[i] = (i % 64 == 0) ? 1e9 : g(rng); break;
+      }
+    }
+    return v;
+  };
+  for (int shape = 0; shape < 7; ++shape) {
+    for (int64_t n : {4096, 5000, 65537, 200000}) {
+      const std::vector<double> v = make(shape, n);
+      std::vector<double> sorted = v;
+      std::sort(sorted.begin(), sorted.end());
+      for (int64_t k : {int64_t{0}, n / 2 - 1, n / 2, n - 2, n - 1, n / 7}) {
+        for (bool in_place : {false, true}) {
+          SCOPED_TRACE(::testing::Message() << "shape " << shape << " n " << n << " k " << k
+                                            << " in_place " << in_place);
+          std::vector<double> data = v, work(n);
+          double a = -1, b = -1;
+          ASSERT_TRUE(qor::stats::select_pair(data.data(), in_place ? data.data() : work.data(),
+                                              n, k, true, in_place, &a, &b));
+          EXPECT_EQ(a, sorted[k]);
+          if (k + 1 < n) {
+            EXPECT_EQ(b, sorted[k + 1]);
+          }
+          if (in_place) {
+            std::sort(data.begin(), data.end());
+            EXPECT_EQ(data, sorted) << "values must be permuted, not lost";
+          } else {
+            EXPECT_EQ(data, v) << "read-only data must stay untouched";
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(Selection, NaNAnywhereIsReported) {
+  for (int64_t n : {10, 100000}) {
+    for (int64_t at : {int64_t{0}, n / 3, n - 1}) {
+      std::vector<double> v(n, 1.0), work(n);
+      v[at] = std::numeric_limits<double>::quiet_NaN();
+      double a, b;
+      EXPECT_FALSE(qor::stats::select_pair(v.data(), work.data(), n, n / 2, true, false, &a, &b))
+          << n << " " << at;
+    }
+  }
+}
+
+// Several quantile orders on one variable, large enough for the sampling path.
+TEST(Quantiles, SeveralOrdersFollowTheLinearRule) {
+  const int64_t n = 50001;
+  std::vector<float> x(n);
+  std::mt19937 rng(5);
+  std::uniform_int_distribution<int> d(-50, 50);
+  for (auto &e : x) e = static_cast<float>(d(rng)) * 0.25f;
+  const std::vector<float> original = x;
+  std::vector<float> sorted = x;
+  std::sort(sorted.begin(), sorted.end());
+  qor::stats::TaskRecord t;
+  qor::stats::LocalInts ints;
+  qor::stats::init_local_task(&t, &ints, n, x.data(), nullptr);
+  const float orders[4] = {0.5f, 0.1f, 0.999f, 1.0f};
+  float out[4];
+  ints.quant_count = 4;
+  t.set_ptr(qor::stats::kFieldQuantCount, &ints.quant_count);
+  t.set_ptr(qor::stats::kFieldQuantOrders, orders);
+  t.set_ptr(qor::stats::kFieldQuants, out);
+  ASSERT_EQ(qor::stats::quantiles<float>(&t, 0x10000, 1, nullptr), 0);
+  for (int i = 0; i < 4; ++i) {
+    const double h = (n - 1) * static_cast<double>(orders[i]);
+    const int64_t lo = static_cast<int64_t>(std::floor(h));
+    const double want = lo + 1 < n ? sorted[lo] + (h - lo) * (sorted[lo + 1] - sorted[lo])
+                                   : sorted[lo];
+    EXPECT_NEAR(out[i], want, 1e-5) << orders[i];
+  }
+  EXPECT_EQ(x, original) << "the caller's values are only read";
+}
+
+}  // namespace
