@@ -96,6 +96,18 @@ void pairwise_weighted_sum(const T *x, const T *w, int64_t n, double *sum_wx, do
 }
 
 template <class T>
+void block_weighted_sum(const T *x, const T *w, int64_t n, double *sum_wx, double *sum_w) {
+  if (w) {
+    block_wsum(x, w, n, sum_wx, sum_w);
+  } else {
+    *sum_wx = block_sum(x, n);
+    *sum_w = static_cast<double>(n);
+  }
+}
+
+void CompensatedSum::add(double v) { neumaier_add(sum, comp, v); }
+
+template <class T>
 bool has_nan(const T *x, int64_t n) {
   // x != x only for NaN; the unordered compare vectorises without branches.
   int bad = 0;
@@ -348,6 +360,8 @@ template double pairwise_sum(const double *, int64_t);
 template double pairwise_sum(const float *, int64_t);
 template void pairwise_weighted_sum(const double *, const double *, int64_t, double *, double *);
 template void pairwise_weighted_sum(const float *, const float *, int64_t, double *, double *);
+template void block_weighted_sum(const double *, const double *, int64_t, double *, double *);
+template void block_weighted_sum(const float *, const float *, int64_t, double *, double *);
 template bool has_nan(const double *, int64_t);
 template bool has_nan(const float *, int64_t);
 template double select_rank(double *, int64_t, int64_t);

@@ -47,6 +47,17 @@ template <class T>
 double pairwise_sum(const T *x, int64_t n);
 template <class T>
 void pairwise_weighted_sum(const T *x, const T *w, int64_t n, double *sum_wx, double *sum_w);
+// Plain SIMD sums of one short block (up to a few hundred values): sum(w x)
+// and sum(w), or sum(x) and n when w is null.  Callers combine blocks with a
+// CompensatedSum.
+template <class T>
+void block_weighted_sum(const T *x, const T *w, int64_t n, double *sum_wx, double *sum_w);
+// Neumaier's compensated running sum.
+struct CompensatedSum {
+  double sum = 0, comp = 0;
+  void add(double v);
+  double value() const { return sum + comp; }
+};
 // True when any of the n values is NaN.
 template <class T>
 bool has_nan(const T *x, int64_t n);

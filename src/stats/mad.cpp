@@ -6,6 +6,7 @@
 // values and runs a per-variable routine through the caller's parallel-for.
 // The per-variable routines reuse the quantiles estimator and the basic
 // statistics engine on one-variable tasks built on the stack.
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <limits>
@@ -101,9 +102,77 @@ void mean_abs_dev_one(int64_t j, int thread, void *context) {
   c->result[j] = mnad;
 }
 
+// Row-major mean absolute deviation.  Gathering one variable at a time from
+// row-major data pulls every row's cache line into the processor once per
+// variable, so for p variables the matrix is read about p times over.  The
+// variables that share cache lines are therefore handled together: the
+// parallel-for runs over groups of kGroup adjacent variables, and each pass
+// gathers a tile of kTile rows of the group into the thread's buffer (a
+// kGroup x kTile block, variable-major), then sums every variable's tile.
+// Tiles are summed in SIMD lanes and combined with a compensated sum, which
+// bounds the error as the pairwise sums of the contiguous path do.
+constexpr int64_t kTile = 256;
+template <class T>
+constexpr int64_t kGroup = 64 / sizeof(T);  // one cache line of a row
+
+template <class T>
+void mean_abs_dev_group(int64_t g, int thread, void *context) {
+  auto *c = static_cast<MadContext<T> *>(context);
+  const int64_t j0 = g * kGroup<T>;
+  const int64_t width = std::min<int64_t>(kGroup<T>, c->p - j0);
+  bool take[kGroup<T>];
+  bool any = false;
+  for (int64_t v = 0; v < width; ++v) any |= take[v] = selected(c->indices, j0 + v, c->wide);
+  if (!any) return;
+  T *tile = c->buffers + static_cast<int64_t>(thread) * kGroup<T> * kTile;
+  const int64_t n = c->n, p = c->p;
+  auto gather = [&](int64_t k0, int64_t rows) {
+    for (int64_t k = 0; k < rows; ++k) {
+      const T *row = c->x + (k0 + k) * p + j0;
+      for (int64_t v = 0; v < width; ++v) tile[v * kTile + k] = row[v];
+    }
+  };
+  T mean[kGroup<T>];
+  if (c->means) {
+    for (int64_t v = 0; v < width; ++v) mean[v] = c->means[j0 + v];
+  } else {
+    CompensatedSum swx[kGroup<T>], sw[kGroup<T>];
+    for (int64_t k0 = 0; k0 < n; k0 += kTile) {
+      const int64_t rows = std::min(kTile, n - k0);
+      gather(k0, rows);
+      for (int64_t v = 0; v < width; ++v) {
+        if (!take[v]) continue;
+        double a, b;
+        block_weighted_sum(tile + v * kTile, c->weights ? c->weights + k0 : nullptr, rows, &a, &b);
+        swx[v].add(a);
+        sw[v].add(b);
+      }
+    }
+    // Rounded to T, as the one-variable engine stores it.
+    for (int64_t v = 0; v < width; ++v)
+      mean[v] = static_cast<T>(swx[v].value() / sw[v].value());
+  }
+  CompensatedSum sdev[kGroup<T>], sw[kGroup<T>];
+  for (int64_t k0 = 0; k0 < n; k0 += kTile) {
+    const int64_t rows = std::min(kTile, n - k0);
+    gather(k0, rows);
+    for (int64_t v = 0; v < width; ++v) {
+      if (!take[v]) continue;
+      T *d = tile + v * kTile;
+      for (int64_t k = 0; k < rows; ++k) d[k] = std::fabs(d[k] - mean[v]);
+      double a, b;
+      block_weighted_sum(d, c->weights ? c->weights + k0 : nullptr, rows, &a, &b);
+      sdev[v].add(a);
+      sw[v].add(b);
+    }
+  }
+  for (int64_t v = 0; v < width; ++v)
+    if (take[v]) c->result[j0 + v] = static_cast<T>(sdev[v].value() / sw[v].value());
+}
+
 template <class T>
 int32_t run_pass(MadContext<T> &c, const qor_ss_service_fn *services,
-                 qor_threader_routine routine) {
+                 qor_threader_routine routine, int64_t tasks, int64_t per_thread) {
   int threads = 1;
   auto query = services ? reinterpret_cast<qor_ss_thread_count_fn>(
                               services[QOR_SS_SERVICE_THREAD_COUNT])
@@ -113,19 +182,19 @@ int32_t run_pass(MadContext<T> &c, const qor_ss_service_fn *services,
                                : nullptr;
   if (query && parallel_for) {
     const int64_t want = static_cast<int32_t>(query(c.p, c.n, c.contiguous ? 1 : 0, c.x));
-    threads = static_cast<int>(want < c.p ? want : c.p);
+    threads = static_cast<int>(want < tasks ? want : tasks);
     if (threads < 1) threads = 1;
   }
-  const size_t per = static_cast<size_t>(c.n);
+  const size_t per = static_cast<size_t>(per_thread);
   if (per > SIZE_MAX / sizeof(T) / static_cast<size_t>(threads)) return QOR_SS_ERROR_MEMORY;
   c.buffers = static_cast<T *>(
       qor_serv_allocate(per * static_cast<size_t>(threads) * sizeof(T), kTaskAlignment));
   if (!c.buffers) return QOR_SS_ERROR_MEMORY;
   c.status.store(0, std::memory_order_relaxed);
   if (parallel_for && threads > 1) {
-    parallel_for(c.p, threads, &c, routine);
+    parallel_for(tasks, threads, &c, routine);
   } else {
-    for (int64_t j = 0; j < c.p; ++j) routine(j, 0, &c);
+    for (int64_t j = 0; j < tasks; ++j) routine(j, 0, &c);
   }
   qor_serv_deallocate(c.buffers);
   c.buffers = nullptr;
@@ -172,7 +241,7 @@ int32_t mad(void *task, uint64_t estimates, uint64_t method, const qor_ss_servic
     if (!(method & QOR_SS_METHOD_FAST)) {
       status = QOR_SS_ERROR_BAD_METHOD;
     } else {
-      status = run_pass(c, services, &median_abs_dev_one<T>);
+      status = run_pass(c, services, &median_abs_dev_one<T>, c.p, c.n);
     }
   }
   if (!(estimates & QOR_SS_MAD_MEAN)) return status;
@@ -187,7 +256,11 @@ int32_t mad(void *task, uint64_t estimates, uint64_t method, const qor_ss_servic
     if (!c.means) return QOR_SS_ERROR_BAD_MEAN_ADDR;
   }
   c.weights = t->ptr<const T>(kFieldWeights);
-  return run_pass(c, services, &mean_abs_dev_one<T>);
+  if (!c.contiguous) {
+    const int64_t groups = (p + kGroup<T> - 1) / kGroup<T>;
+    return run_pass(c, services, &mean_abs_dev_group<T>, groups, kGroup<T> * kTile);
+  }
+  return run_pass(c, services, &mean_abs_dev_one<T>, c.p, c.n);
 }
 
 }  // namespace
