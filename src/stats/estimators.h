@@ -58,6 +58,26 @@ struct CompensatedSum {
   void add(double v);
   double value() const { return sum + comp; }
 };
+// Pairwise summation of a stream of block sums: a binary counter of partial
+// sums, each level holding the sum of 2^level blocks, so that every value
+// goes through about log2(blocks) additions, as in a recursive pairwise sum.
+struct PairwiseAccumulator {
+  double level[64];
+  uint64_t count = 0;
+  void add(double v) {
+    uint64_t c = count;
+    int lv = 0;
+    for (; c & 1; c >>= 1, ++lv) v = level[lv] + v;
+    level[lv] = v;
+    ++count;
+  }
+  double value() const {
+    double s = 0;
+    for (int lv = 0; lv < 64; ++lv)
+      if ((count >> lv) & 1) s += level[lv];
+    return s;
+  }
+};
 // True when any of the n values is NaN.
 template <class T>
 bool has_nan(const T *x, int64_t n);

@@ -83,6 +83,8 @@ void median_abs_dev_one(int64_t j, int thread, void *context) {
   c->result[j] = mad;
 }
 
+constexpr int64_t kDevTile = 512;
+
 template <class T>
 void mean_abs_dev_one(int64_t j, int thread, void *context) {
   auto *c = static_cast<MadContext<T> *>(context);
@@ -96,10 +98,20 @@ void mean_abs_dev_one(int64_t j, int thread, void *context) {
   } else if (int32_t st = mean_of(col, c->weights, n, &mean); st < 0) {
     return c->fail(st);
   }
-  for (int64_t k = 0; k < n; ++k) buf[k] = std::fabs(col[k] - mean);
-  T mnad;
-  if (int32_t st = mean_of(buf, c->weights, n, &mnad); st < 0) return c->fail(st);
-  c->result[j] = mnad;
+  // The deviations go into the thread's buffer one tile at a time and are
+  // summed while the tile is still in the first-level cache; the tile sums
+  // are combined pairwise, so the result has the accuracy of a pairwise sum
+  // over the whole buffer without writing and re-reading n values.
+  PairwiseAccumulator swx, sw;
+  for (int64_t k0 = 0; k0 < n; k0 += kDevTile) {
+    const int64_t m = std::min(kDevTile, n - k0);
+    for (int64_t k = 0; k < m; ++k) buf[k] = std::fabs(col[k0 + k] - mean);
+    double a, b;
+    block_weighted_sum(buf, c->weights ? c->weights + k0 : nullptr, m, &a, &b);
+    swx.add(a);
+    sw.add(b);
+  }
+  c->result[j] = static_cast<T>(swx.value() / sw.value());
 }
 
 // Row-major mean absolute deviation.  Gathering one variable at a time from

@@ -354,6 +354,22 @@ TEST(Summation, PairwiseLosesNoAccuracyOverTenMillionValues) {
   for (int64_t i = 0; i < n; ++i) ref2 += static_cast<long double>(x[i]) * x[i];
   EXPECT_LT(std::fabs(swx - static_cast<double>(ref2)) / static_cast<double>(ref2), 1e-15);
   EXPECT_LT(std::fabs(sw - static_cast<double>(ref)) / static_cast<double>(ref), 4e-16);
+  // The streaming form used for deviations: block sums combined pairwise.
+  qor::stats::PairwiseAccumulator acc, accw;
+  for (int64_t k0 = 0; k0 < n; k0 += 512) {
+    double a, b;
+    qor::stats::block_weighted_sum(xf.data() + k0, static_cast<const float *>(nullptr),
+                                   std::min<int64_t>(512, n - k0), &a, &b);
+    acc.add(a);
+    accw.add(b);
+  }
+  EXPECT_LT(std::fabs(acc.value() - static_cast<double>(reff)) / static_cast<double>(reff), 4e-16);
+  EXPECT_EQ(accw.value(), static_cast<double>(n));
+  // A naive running sum in double does measurably worse on the same data,
+  // which is what makes the bound above meaningful.
+  double naive = 0;
+  for (int64_t i = 0; i < n; ++i) naive += x[i];
+  EXPECT_GT(std::fabs(naive - static_cast<double>(ref)) / static_cast<double>(ref), 4e-16);
 }
 
 TEST(Selection, EveryRankMatchesSortWithTies) {
