@@ -163,7 +163,7 @@ static inline int qor_ss_default_thread_count(int64_t p, int64_t n, int contiguo
                                               const void *x) {
   (void)contiguous;
   (void)x;
-  if (p < 2 || n < 1 || p * n < (int64_t)1 << 16) return 1;
+  if (p < 2 || n < 1 || n < ((int64_t)1 << 16) / p) return 1;
   return qor_rix_serv_threader_get_num_threads_limit();
 }
 

@@ -186,6 +186,52 @@ TEST_F(MadStatus, EngineFailureIsPassedOn) {
   EXPECT_EQ(qor::stats::basic<double>(&t, 0x2, 1), -4007);
 }
 
+// The parallel-for is asked for min(query, work items) threads, is not used
+// when the query answers 1, and a null table runs serially with the same
+// results.
+struct Recorder {
+  static inline int calls = 0, last_threads = 0;
+  static inline int64_t last_count = 0;
+  static void parallel_for(int64_t count, int threads, void *ctx, qor_threader_routine r) {
+    ++calls;
+    last_threads = threads;
+    last_count = count;
+    for (int64_t i = count - 1; i >= 0; --i) r(i, static_cast<int>(i % threads), ctx);
+  }
+  static int many(int64_t, int64_t, int, const void *) { return 1000; }
+  static int one(int64_t, int64_t, int, const void *) { return 1; }
+  static int negative(int64_t, int64_t, int, const void *) { return -5; }
+};
+
+TEST_F(MadStatus, ServiceTableContract) {
+  ASSERT_EQ(edit(t_, 76, mdad_), 0);
+  ASSERT_EQ(edit(t_, 77, mnad_), 0);
+  qor_ss_service_fn table[5] = {reinterpret_cast<qor_ss_service_fn>(&Recorder::parallel_for),
+                                nullptr, nullptr, nullptr,
+                                reinterpret_cast<qor_ss_service_fn>(&Recorder::many)};
+  Recorder::calls = 0;
+  ASSERT_EQ(_rixdSSMAD(t_, kMed | kMean, 1, table), 0);
+  EXPECT_EQ(Recorder::calls, 2);
+  EXPECT_EQ(Recorder::last_threads, 2);  // capped by p = 2
+  EXPECT_EQ(Recorder::last_count, 2);
+  const double md0 = mdad_[0], mn1 = mnad_[1];
+  table[4] = reinterpret_cast<qor_ss_service_fn>(&Recorder::one);
+  Recorder::calls = 0;
+  mdad_[0] = mnad_[1] = -1;
+  ASSERT_EQ(_rixdSSMAD(t_, kMed | kMean, 1, table), 0);
+  EXPECT_EQ(Recorder::calls, 0);
+  EXPECT_EQ(mdad_[0], md0);
+  EXPECT_EQ(mnad_[1], mn1);
+  table[4] = reinterpret_cast<qor_ss_service_fn>(&Recorder::negative);
+  mdad_[0] = mnad_[1] = -1;
+  ASSERT_EQ(_rixdSSMAD(t_, kMed | kMean, 1, table), 0);
+  EXPECT_EQ(mdad_[0], md0);
+  mdad_[0] = mnad_[1] = -1;
+  ASSERT_EQ(_rixdSSMAD(t_, kMed | kMean, 1, nullptr), 0);
+  EXPECT_EQ(mdad_[0], md0);
+  EXPECT_EQ(mnad_[1], mn1);
+}
+
 // ---- selection, layouts and NaN ----------------------------------------------------
 
 TEST_F(MadStatus, PassedOverVariablesKeepTheirResults) {
@@ -258,6 +304,8 @@ struct RandomCase {
   bool select = false;  // pass over every third variable
 };
 
+int four_threads(int64_t, int64_t, int, const void *) { return 4; }
+
 template <class T>
 class MadRandom : public ::testing::Test {};
 using Precisions = ::testing::Types<double, float>;
@@ -275,8 +323,11 @@ TYPED_TEST(MadRandom, AgreesWithSortAndLongDoubleReference) {
       {37, 300, true, false, true, true, true, true},
       {12, 5000, false, true, true, true, false, true},
   };
+  // The core pool's parallel-for with a query that always asks for four
+  // threads, so that even small cases run with several buffers.
   qor_ss_service_fn services[QOR_SS_SERVICE_TABLE_SIZE];
   qor_ss_default_services(services);
+  services[QOR_SS_SERVICE_THREAD_COUNT] = reinterpret_cast<qor_ss_service_fn>(four_threads);
   std::mt19937_64 rng(20261122);
   for (const RandomCase &c : cases) {
     SCOPED_TRACE(::testing::Message() << "p=" << c.p << " n=" << c.n << " rows=" << c.rows
