@@ -91,7 +91,7 @@ void mean_abs_dev_one(int64_t j, int thread, void *context) {
   if (!selected(c->indices, j, c->wide)) return;
   const int64_t n = c->n;
   T *buf = c->buffers + static_cast<int64_t>(thread) * n;
-  const T *col = c->column(j, buf);
+  const T *col = c->x + j * n;  // this routine serves contiguous variables only
   T mean;
   if (c->means) {
     mean = c->means[j];
