@@ -2,10 +2,13 @@
 // and the (weighted) mean absolute deviation from the mean, per variable.
 //
 // Shape: the entry point checks the task and the request, asks the caller's
-// service table how many threads to use, gives every thread one buffer of n
-// values and runs a per-variable routine through the caller's parallel-for.
-// The per-variable routines reuse the quantiles estimator and the basic
-// statistics engine on one-variable tasks built on the stack.
+// service table how many threads to use, gives every thread one buffer and
+// runs a per-variable routine through the caller's parallel-for.  The median
+// routine gathers the variable into its buffer when the layout is row-major
+// and runs the quantiles estimator twice on one-variable tasks built on the
+// stack.  The mean routine takes the mean from the basic statistics engine
+// (or the caller) and sums the deviations tile by tile.  Row-major means are
+// computed for groups of variables sharing cache lines (see below).
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -30,7 +33,7 @@ struct MadContext {
   int64_t n;
   bool contiguous;
   bool wide;
-  T *buffers;  // threads x n values
+  T *buffers;  // one buffer per thread (n values, or one tile group)
   std::atomic<int32_t> status{0};
 
   // The variable's values, in place when contiguous, else gathered into buf.
