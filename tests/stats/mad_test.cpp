@@ -150,9 +150,9 @@ TEST_F(MadStatus, CombinedRequestReportsOnlyTheMeanPass) {
 }
 
 TEST_F(MadStatus, EngineFailureIsPassedOn) {
-  // The caller's p says 2 variables of n = 4, but n read by the engine
-  // comes from the same pointer, so an engine failure can only come from the
-  // quantile order check; drive it through the internal estimators instead.
+  // With a well-formed task the per-variable routines cannot make the
+  // internal estimators fail, so their statuses are checked directly, in the
+  // order the estimators test them.
   qor::stats::TaskRecord t;
   qor::stats::LocalInts ints;
   qor::stats::init_local_task(&t, &ints, 4, x_, nullptr);
