@@ -9,6 +9,8 @@
 // stack.  The mean routine takes the mean from the basic statistics engine
 // (or the caller) and sums the deviations tile by tile.  Row-major means are
 // computed for groups of variables sharing cache lines (see below).
+#include <immintrin.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -120,69 +122,122 @@ void mean_abs_dev_one(int64_t j, int thread, void *context) {
 // Row-major mean absolute deviation.  Gathering one variable at a time from
 // row-major data pulls every row's cache line into the processor once per
 // variable, so for p variables the matrix is read about p times over.  The
-// variables that share cache lines are therefore handled together: the
-// parallel-for runs over groups of kGroup adjacent variables, and each pass
-// gathers a tile of kTile rows of the group into the thread's buffer (a
-// kGroup x kTile block, variable-major), then sums every variable's tile.
-// Tiles are summed in SIMD lanes and combined with a compensated sum, which
-// bounds the error as the pairwise sums of the contiguous path do.
-constexpr int64_t kTile = 256;
+// variables that share a cache line are therefore handled together: the
+// parallel-for runs over groups of kGroup adjacent variables (8 doubles or
+// 16 floats), and each pass walks the rows once, keeping one SIMD lane of
+// sums per variable -- no transpose, no buffer.  Lanes are summed over tiles
+// of kTile rows and the tile sums are combined with a compensated sum, which
+// keeps the error bound close to that of the contiguous path's pairwise sums.
+constexpr int64_t kTile = 64;
 template <class T>
-constexpr int64_t kGroup = 64 / sizeof(T);  // one cache line of a row
+constexpr int64_t kGroup = 64 / sizeof(T);
+
+inline __m128d abs_pd(__m128d v) { return _mm_andnot_pd(_mm_set1_pd(-0.0), v); }
+inline __m128 abs_ps(__m128 v) { return _mm_andnot_ps(_mm_set1_ps(-0.0f), v); }
+
+// Sums over rows [k0, k0 + rows) of the group's kGroup variables starting at
+// column j0: out[v] = sum_k w_k f(x[k][j0 + v]) with f(x) = x, or |x - mean[v]|
+// when mean is given (computed in T, as the contiguous path does); w_k = 1
+// without weights.  Full groups only.
+void tile_sums(const double *x, int64_t p, int64_t j0, int64_t k0, int64_t rows,
+               const double *w, const double *mean, double *out) {
+  __m128d acc[4] = {_mm_setzero_pd(), _mm_setzero_pd(), _mm_setzero_pd(), _mm_setzero_pd()};
+  __m128d m[4];
+  for (int i = 0; i < 4; ++i) m[i] = mean ? _mm_loadu_pd(mean + 2 * i) : _mm_setzero_pd();
+  for (int64_t k = 0; k < rows; ++k) {
+    const double *r = x + (k0 + k) * p + j0;
+    const __m128d wk = w ? _mm_set1_pd(w[k0 + k]) : _mm_set1_pd(1.0);
+    for (int i = 0; i < 4; ++i) {
+      __m128d v = _mm_loadu_pd(r + 2 * i);
+      if (mean) v = abs_pd(_mm_sub_pd(v, m[i]));
+      acc[i] = _mm_add_pd(acc[i], w ? _mm_mul_pd(v, wk) : v);
+    }
+  }
+  for (int i = 0; i < 4; ++i) _mm_storeu_pd(out + 2 * i, acc[i]);
+}
+
+void tile_sums(const float *x, int64_t p, int64_t j0, int64_t k0, int64_t rows, const float *w,
+               const float *mean, double *out) {
+  __m128d acc[8];
+  for (auto &a : acc) a = _mm_setzero_pd();
+  __m128 m[4];
+  for (int i = 0; i < 4; ++i) m[i] = mean ? _mm_loadu_ps(mean + 4 * i) : _mm_setzero_ps();
+  for (int64_t k = 0; k < rows; ++k) {
+    const float *r = x + (k0 + k) * p + j0;
+    const __m128d wk = w ? _mm_set1_pd(static_cast<double>(w[k0 + k])) : _mm_set1_pd(1.0);
+    for (int i = 0; i < 4; ++i) {
+      __m128 v = _mm_loadu_ps(r + 4 * i);
+      if (mean) v = abs_ps(_mm_sub_ps(v, m[i]));
+      const __m128d lo = _mm_cvtps_pd(v), hi = _mm_cvtps_pd(_mm_movehl_ps(v, v));
+      acc[2 * i] = _mm_add_pd(acc[2 * i], w ? _mm_mul_pd(lo, wk) : lo);
+      acc[2 * i + 1] = _mm_add_pd(acc[2 * i + 1], w ? _mm_mul_pd(hi, wk) : hi);
+    }
+  }
+  for (int i = 0; i < 8; ++i) _mm_storeu_pd(out + 2 * i, acc[i]);
+}
+
+// The same for a partial group of `width` variables (the last group when p
+// is not a multiple of kGroup).
+template <class T>
+void tile_sums_partial(const T *x, int64_t p, int64_t j0, int64_t width, int64_t k0,
+                       int64_t rows, const T *w, const T *mean, double *out) {
+  for (int64_t v = 0; v < width; ++v) out[v] = 0;
+  for (int64_t k = 0; k < rows; ++k) {
+    const T *r = x + (k0 + k) * p + j0;
+    const double wk = w ? static_cast<double>(w[k0 + k]) : 1.0;
+    for (int64_t v = 0; v < width; ++v) {
+      const T val = mean ? std::fabs(r[v] - mean[v]) : r[v];
+      out[v] += wk * static_cast<double>(val);
+    }
+  }
+}
 
 template <class T>
-void mean_abs_dev_group(int64_t g, int thread, void *context) {
+void mean_abs_dev_group(int64_t g, int /*thread*/, void *context) {
   auto *c = static_cast<MadContext<T> *>(context);
-  const int64_t j0 = g * kGroup<T>;
-  const int64_t width = std::min<int64_t>(kGroup<T>, c->p - j0);
-  bool take[kGroup<T>];
+  constexpr int64_t G = kGroup<T>;
+  const int64_t j0 = g * G;
+  const int64_t width = std::min<int64_t>(G, c->p - j0);
+  bool take[G];
   bool any = false;
   for (int64_t v = 0; v < width; ++v) any |= take[v] = selected(c->indices, j0 + v, c->wide);
   if (!any) return;
-  T *tile = c->buffers + static_cast<int64_t>(thread) * kGroup<T> * kTile;
   const int64_t n = c->n, p = c->p;
-  auto gather = [&](int64_t k0, int64_t rows) {
-    for (int64_t k = 0; k < rows; ++k) {
-      const T *row = c->x + (k0 + k) * p + j0;
-      for (int64_t v = 0; v < width; ++v) tile[v * kTile + k] = row[v];
+  const T *w = c->weights;
+
+  // One pass: compensated sums over tiles of the per-variable tile sums.
+  auto pass = [&](const T *mean, CompensatedSum *sums, CompensatedSum *wsum) {
+    double tile[G];
+    for (int64_t k0 = 0; k0 < n; k0 += kTile) {
+      const int64_t rows = std::min(kTile, n - k0);
+      if (width == G)
+        tile_sums(c->x, p, j0, k0, rows, w, mean, tile);
+      else
+        tile_sums_partial(c->x, p, j0, width, k0, rows, w, mean, tile);
+      for (int64_t v = 0; v < width; ++v) sums[v].add(tile[v]);
+      if (w) {
+        double t = 0;
+        for (int64_t k = 0; k < rows; ++k) t += static_cast<double>(w[k0 + k]);
+        wsum->add(t);
+      } else {
+        wsum->add(static_cast<double>(rows));
+      }
     }
   };
-  T mean[kGroup<T>];
+
+  T mean[G] = {};
   if (c->means) {
     for (int64_t v = 0; v < width; ++v) mean[v] = c->means[j0 + v];
   } else {
-    CompensatedSum swx[kGroup<T>], sw[kGroup<T>];
-    for (int64_t k0 = 0; k0 < n; k0 += kTile) {
-      const int64_t rows = std::min(kTile, n - k0);
-      gather(k0, rows);
-      for (int64_t v = 0; v < width; ++v) {
-        if (!take[v]) continue;
-        double a, b;
-        block_weighted_sum(tile + v * kTile, c->weights ? c->weights + k0 : nullptr, rows, &a, &b);
-        swx[v].add(a);
-        sw[v].add(b);
-      }
-    }
+    CompensatedSum swx[G], sw;
+    pass(nullptr, swx, &sw);
     // Rounded to T, as the one-variable engine stores it.
-    for (int64_t v = 0; v < width; ++v)
-      mean[v] = static_cast<T>(swx[v].value() / sw[v].value());
+    for (int64_t v = 0; v < width; ++v) mean[v] = static_cast<T>(swx[v].value() / sw.value());
   }
-  CompensatedSum sdev[kGroup<T>], sw[kGroup<T>];
-  for (int64_t k0 = 0; k0 < n; k0 += kTile) {
-    const int64_t rows = std::min(kTile, n - k0);
-    gather(k0, rows);
-    for (int64_t v = 0; v < width; ++v) {
-      if (!take[v]) continue;
-      T *d = tile + v * kTile;
-      for (int64_t k = 0; k < rows; ++k) d[k] = std::fabs(d[k] - mean[v]);
-      double a, b;
-      block_weighted_sum(d, c->weights ? c->weights + k0 : nullptr, rows, &a, &b);
-      sdev[v].add(a);
-      sw[v].add(b);
-    }
-  }
+  CompensatedSum sdev[G], sw;
+  pass(mean, sdev, &sw);
   for (int64_t v = 0; v < width; ++v)
-    if (take[v]) c->result[j0 + v] = static_cast<T>(sdev[v].value() / sw[v].value());
+    if (take[v]) c->result[j0 + v] = static_cast<T>(sdev[v].value() / sw.value());
 }
 
 template <class T>
@@ -202,16 +257,19 @@ int32_t run_pass(MadContext<T> &c, const qor_ss_service_fn *services,
   }
   const size_t per = static_cast<size_t>(per_thread);
   if (per > SIZE_MAX / sizeof(T) / static_cast<size_t>(threads)) return QOR_SS_ERROR_MEMORY;
-  c.buffers = static_cast<T *>(
-      qor_serv_allocate(per * static_cast<size_t>(threads) * sizeof(T), kTaskAlignment));
-  if (!c.buffers) return QOR_SS_ERROR_MEMORY;
+  c.buffers = nullptr;
+  if (per > 0) {
+    c.buffers = static_cast<T *>(
+        qor_serv_allocate(per * static_cast<size_t>(threads) * sizeof(T), kTaskAlignment));
+    if (!c.buffers) return QOR_SS_ERROR_MEMORY;
+  }
   c.status.store(0, std::memory_order_relaxed);
   if (parallel_for && threads > 1) {
     parallel_for(tasks, threads, &c, routine);
   } else {
     for (int64_t j = 0; j < tasks; ++j) routine(j, 0, &c);
   }
-  qor_serv_deallocate(c.buffers);
+  if (c.buffers) qor_serv_deallocate(c.buffers);
   c.buffers = nullptr;
   return c.status.load(std::memory_order_relaxed);
 }
@@ -273,7 +331,7 @@ int32_t mad(void *task, uint64_t estimates, uint64_t method, const qor_ss_servic
   c.weights = t->ptr<const T>(kFieldWeights);
   if (!c.contiguous) {
     const int64_t groups = (p + kGroup<T> - 1) / kGroup<T>;
-    return run_pass(c, services, &mean_abs_dev_group<T>, groups, kGroup<T> * kTile);
+    return run_pass(c, services, &mean_abs_dev_group<T>, groups, 0);  // no buffer needed
   }
   return run_pass(c, services, &mean_abs_dev_one<T>, c.p, c.n);
 }
