@@ -121,9 +121,10 @@ bool has_nan(const T *x, int64_t n) {
 
 template <class T>
 T select_rank(T *a, int64_t n, int64_t k) {
-  // Introselect: quickselect with a median-of-three pivot, falling back to a
-  // heap-based selection when partitions keep coming out lopsided, so the
-  // expected time is linear and the worst case n log n.
+  // The standard library's introselect: quickselect with a median-of-three
+  // pivot that falls back to a heap selection when partitions keep coming
+  // out lopsided, so the expected time is linear and the worst n log n.  It
+  // finishes the sampling selection below, on a few per cent of the values.
   std::nth_element(a, a + k, a + n);
   return a[k];
 }
