@@ -23,8 +23,6 @@
   }                                                                                         \
   }
 
-QOR_PENDING_BRNG(Sobol)
-QOR_PENDING_BRNG(Niederr)
 QOR_PENDING_BRNG(MT19937)
 QOR_PENDING_BRNG(MT2203)
 QOR_PENDING_BRNG(SFMT19937)
