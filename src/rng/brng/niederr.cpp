@@ -24,8 +24,9 @@
 //   1            the caller's polynomials, one word per dimension holding the
 //                coefficient bits (bit i = coefficient of x^i), each
 //                irreducible, of degree 1 to 31, and all distinct;
-//   2            the caller's 32 columns per dimension, each set forming a
-//                non-singular matrix.
+//   2            the caller's 32 columns per dimension (32 words each, column
+//                c first-to-last), each set having a one-dimensional t-value
+//                of at most 30 (the worst a polynomial of degree 31 gives).
 // Anything else gives -3 and leaves the stream untouched.
 #include <mutex>
 
@@ -40,6 +41,10 @@ constexpr int32_t kSeedCount = 10498;
 constexpr int32_t kMaxDim = qrng::max_dim(kSeedCount);
 static_assert(kMaxDim == 318);
 static_assert(qrng::kHeaderWords + qrng::kWordsPerDim * kMaxDim <= kSeedCount);
+
+// Largest one-dimensional t-value accepted in caller-supplied columns: what
+// a caller-supplied polynomial of the largest accepted degree (31) gives.
+constexpr int kMaxUserT = 30;
 
 int degree(uint64_t p) { return 63 - __builtin_clzll(p); }
 
@@ -170,7 +175,9 @@ QOR_API int32_t __rixBRngNiederrInitStream(int32_t method, void *stream, int32_t
     case qrng::kSeedDefault: build(stream, dim, builtin_polynomials()); return QOR_RNG_OK;
     case qrng::kSeedPolynomials: return seed_polynomials(stream, dim, n, params);
     case qrng::kSeedDirections:
-      return qrng::seed_directions(stream, dim, n, params, qrng::full_rank);
+      return qrng::seed_directions(stream, dim, n, params, [](const uint32_t *col) {
+        return qrng::one_dim_t(col) <= kMaxUserT;
+      });
     default: return QOR_RNG_ERROR_BAD_ARG;
   }
 }

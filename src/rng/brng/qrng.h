@@ -254,23 +254,32 @@ inline int32_t seed_directions(void *stream, uint32_t dim, int32_t n, const uint
   return QOR_RNG_OK;
 }
 
-// True when the 32 columns (bit 31 = weight 1/2) form a non-singular matrix
-// over GF(2).
-inline bool full_rank(const uint32_t *col) {
-  uint32_t basis[kBits] = {};  // basis[b]: a reduced vector whose top bit is b
-  for (int c = 0; c < kBits; ++c) {
-    uint32_t w = col[c];
-    while (w) {
-      const int b = 31 - __builtin_clz(w);
-      if (!basis[b]) {
-        basis[b] = w;
-        break;
-      }
-      w ^= basis[b];
+// One-dimensional quality parameter t of a coordinate given by its 32
+// columns (bit 31 = weight 1/2): the least t such that, for every m, each
+// block of 2^m consecutive points aligned on 2^m holds 2^t points in every
+// dyadic interval of length 2^(t-m).  That holds for m exactly when the top
+// m - t rows of the first m columns are linearly independent, so
+// t = max over m of (m - rho(m)), rho(m) being the number of leading rows of
+// the first m columns that are independent.  Sobol coordinates have t = 0,
+// the Niederreiter coordinate of a polynomial of degree e has t = e - 1.
+inline int one_dim_t(const uint32_t *col) {
+  uint32_t row[kBits] = {};  // row j: bit c = digit j of column c
+  for (int c = 0; c < kBits; ++c)
+    for (int j = 0; j < kBits; ++j) row[j] |= (col[c] >> (kBits - 1 - j) & 1u) << c;
+  int t = 0;
+  for (int m = 1; m <= kBits; ++m) {
+    const uint32_t mask = m == kBits ? 0xFFFFFFFFu : (1u << m) - 1u;
+    uint32_t basis[kBits] = {};  // basis[b]: reduced vector with top bit b
+    int rho = 0;
+    for (; rho < m; ++rho) {
+      uint32_t w = row[rho] & mask;
+      while (w && basis[31 - __builtin_clz(w)]) w ^= basis[31 - __builtin_clz(w)];
+      if (!w) break;
+      basis[31 - __builtin_clz(w)] = w;
     }
-    if (!w) return false;
+    if (m - rho > t) t = m - rho;
   }
-  return true;
+  return t;
 }
 
 // Methods 1 to 3 and the unknown-method answer, common to both generators.

@@ -15,8 +15,9 @@
 //   1            the caller's polynomials: for each dimension in turn the
 //                words s, a, m_1 .. m_s (s <= 32, a < 2^(s-1), m_k odd and
 //                below 2^k), and nothing after the last dimension;
-//   2            the caller's 32 columns per dimension, each v_c having its
-//                leading bit at 2^(31-c).
+//   2            the caller's 32 columns per dimension (32 words each, column
+//                c first-to-last), each v_c having its lowest set bit at
+//                2^(31-c), as m 2^(31-c) with m odd does.
 // Anything else, or data that breaks these rules, gives -3 and leaves the
 // stream untouched.
 #include "rng/brng/qrng.h"
@@ -57,9 +58,12 @@ void columns(uint32_t s, uint32_t a, const uint32_t *m_init, uint32_t *col) {
   }
 }
 
+// Sobol columns are m 2^(31-c) with m odd: the lowest set bit of column c is
+// bit 31 - c (the matrix is unit triangular, so every 2^m block of points
+// holds one point in each dyadic interval of length 2^-m, per coordinate).
 bool sobol_columns_valid(const uint32_t *col) {
   for (int c = 0; c < qrng::kBits; ++c)
-    if ((col[c] >> (qrng::kBits - 1 - c)) != 1u) return false;
+    if (static_cast<uint32_t>(col[c] << c) != 0x80000000u) return false;
   return true;
 }
 
