@@ -99,8 +99,9 @@ TEST(QrngNets, OneDimensionalTValues) {
   const uint32_t m[] = {1, 3, 5, 13};
   qor::rng::brng::sobol::direction_columns(4, 4, m, col);
   EXPECT_EQ(qor::rng::brng::qrng::one_dim_t(col), 0);
-  // A coordinate that ignores index bit 3 repeats its values in pairs.
-  col[3] = 0;
+  // Without its last column the coordinate ignores index bit 31: a block of
+  // 2^32 points takes each of 2^31 values twice, and nothing else changes.
+  col[31] = 0;
   EXPECT_EQ(qor::rng::brng::qrng::one_dim_t(col), 1);
 }
 
