@@ -24,6 +24,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "rng/brng/common.h"
 
@@ -176,9 +177,12 @@ inline void generate(void *stream, int32_t n, uint32_t *r) {
   const uint32_t *v = dirs(stream);
   const uint32_t dim = h.dim;
   uint32_t i = h.index;
-  if (h.leap != kNoLeap) {
-    const uint32_t *col = v + h.leap;
-    uint32_t y = x[h.leap];
+  if (h.leap != kNoLeap || dim == 1) {
+    // One coordinate per point: a running xor with the column of the lowest
+    // zero bit of the index.
+    const uint32_t k = dim == 1 ? 0 : h.leap;
+    const uint32_t *col = v + k;
+    uint32_t y = x[k];
     for (int32_t t = 0; t < n; ++t) {
       r[t] = y;
       if (i == kPeriod) {
@@ -189,7 +193,7 @@ inline void generate(void *stream, int32_t n, uint32_t *r) {
         ++i;
       }
     }
-    x[h.leap] = y;
+    x[k] = y;
     h.index = i;
     return;
   }
@@ -210,21 +214,52 @@ inline void generate(void *stream, int32_t n, uint32_t *r) {
   h.coord = c;
 }
 
+// r[t] = min(a + u[t] f, top) for the float and double forms.
+inline void scale_clamp(const uint32_t *u, int n, double *r, double a, double f, double top) {
+  const __m128d va = _mm_set1_pd(a), vf = _mm_set1_pd(f), vt = _mm_set1_pd(top);
+  int t = 0;
+  for (; t + 4 <= n; t += 4) {
+    __m128d lo, hi;
+    u32_to_pd(_mm_loadu_si128(reinterpret_cast<const __m128i *>(u + t)), lo, hi);
+    _mm_storeu_pd(r + t, _mm_min_pd(_mm_add_pd(va, _mm_mul_pd(lo, vf)), vt));
+    _mm_storeu_pd(r + t + 2, _mm_min_pd(_mm_add_pd(va, _mm_mul_pd(hi, vf)), vt));
+  }
+  for (; t < n; ++t) {
+    const double x = a + static_cast<double>(u[t]) * f;
+    r[t] = x < top ? x : top;
+  }
+}
+
+inline void scale_clamp(const uint32_t *u, int n, float *r, float a, float f, float top) {
+  const __m128 va = _mm_set1_ps(a), vf = _mm_set1_ps(f), vt = _mm_set1_ps(top);
+  int t = 0;
+  for (; t + 4 <= n; t += 4) {
+    const __m128 x = u32_to_ps(_mm_loadu_si128(reinterpret_cast<const __m128i *>(u + t)));
+    _mm_storeu_ps(r + t, _mm_min_ps(_mm_add_ps(va, _mm_mul_ps(x, vf)), vt));
+  }
+  for (; t < n; ++t) {
+    const float x = a + static_cast<float>(u[t]) * f;
+    r[t] = x < top ? x : top;
+  }
+}
+
 // Float and double output: u 2^-32 mapped onto [a, b).  The origin is never
 // delivered, so u >= 1; the largest u rounds up to b in single precision (and
-// can for unlucky a, b in double), so results are held below b.
+// can for unlucky a, b in double), so results are held just below b.  For
+// a >= b (which the caller's checks exclude) no clamp is applied.
 template <class Real>
 inline int32_t generate_real(void *stream, int32_t n, Real *r, Real a, Real b) {
   constexpr Real kScale = static_cast<Real>(2.3283064365386963e-10);  // 2^-32
   const Real f = (b - a) * kScale;
-  const int32_t st = brng::generate_real(stream, n, r, a, f, [](void *s, int m, uint32_t *u) {
-    generate(s, m, u);
-  });
-  if (a < b) {
-    const Real top = std::nextafter(b, a);
-    for (int32_t t = 0; t < n; ++t) r[t] = r[t] < top ? r[t] : top;
+  const Real top = a < b ? std::nextafter(b, a) : std::numeric_limits<Real>::infinity();
+  alignas(16) uint32_t buf[kChunk];
+  for (int32_t done = 0; done < n;) {
+    const int m = n - done < kChunk ? n - done : kChunk;
+    generate(stream, m, buf);
+    scale_clamp(buf, m, r + done, a, f, top);
+    done += m;
   }
-  return st;
+  return QOR_RNG_OK;
 }
 
 // Reads the dimension from seed word 0 (absent or 0: 1).  Returns 0 when it
