@@ -39,7 +39,7 @@ using namespace qor::rng::brng;
 
 constexpr int32_t kSeedCount = 10498;
 constexpr int32_t kMaxDim = qrng::max_dim(kSeedCount);
-static_assert(kMaxDim == 318);
+static_assert(kMaxDim == QOR_NIEDERR_MAX_DIM);
 static_assert(qrng::kHeaderWords + qrng::kWordsPerDim * kMaxDim <= kSeedCount);
 
 // Largest one-dimensional t-value accepted in caller-supplied columns: what

@@ -42,9 +42,9 @@ constexpr int32_t max_dim(int32_t seed_count) {
 }
 
 // Seed format codes (seed word 1).
-constexpr uint32_t kSeedDefault = 0;
-constexpr uint32_t kSeedPolynomials = 1;
-constexpr uint32_t kSeedDirections = 2;
+constexpr uint32_t kSeedDefault = QOR_QRNG_SEED_DEFAULT;
+constexpr uint32_t kSeedPolynomials = QOR_QRNG_SEED_POLYNOMIALS;
+constexpr uint32_t kSeedDirections = QOR_QRNG_SEED_DIRECTIONS;
 
 struct Header {
   uint32_t dim;

@@ -37,7 +37,7 @@ struct SobolPoly {
 
 constexpr int32_t kSeedCount = 2604;
 constexpr int32_t kMaxDim = qrng::max_dim(kSeedCount);
-static_assert(kMaxDim == 78 && kSobolTableDims == kMaxDim);
+static_assert(kMaxDim == QOR_SOBOL_MAX_DIM && kSobolTableDims == kMaxDim);
 static_assert(qrng::kHeaderWords + qrng::kWordsPerDim * kMaxDim <= kSeedCount);
 
 // The 32 columns of one coordinate from its polynomial and initial numbers.
