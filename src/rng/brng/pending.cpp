@@ -1,6 +1,5 @@
-// Routines of registry rows whose generators are not built yet (quasi-random
-// sequences, the Mersenne twisters, the counter-based and hardware
-// generators).  Their rows already carry their final sizes so that streams
+// Routines of registry rows whose generators are not built yet (the Mersenne
+// twisters, the counter-based and hardware generators).  Their rows already carry their final sizes so that streams
 // and serialised layouts do not change when they arrive; until then every
 // routine refuses with -1000 and touches nothing.
 //

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <utility>
 #include <vector>
 
 #include "../helpers.h"
@@ -394,6 +395,30 @@ TEST(QrngSeeds, DefaultsAndBadSeeds) {
     EXPECT_EQ(words(s.get(), 10), std::vector<uint32_t>(ahead.begin() + 10, ahead.end()));
     EXPECT_EQ(qor_test::row_of(s.get()).initStream(9, s.get(), 0, nullptr),
               QOR_RNG_ERROR_BAD_METHOD);
+  }
+}
+
+}  // namespace
+
+namespace {
+
+TEST(QrngStreams, LegacyIdentifiersAndFloatOutput) {
+  // Legacy rows 277 and 278 are the same generators.
+  for (const auto &[legacy, current] : {std::pair<int32_t, int32_t>{277, QOR_BRNG_SOBOL},
+                                        std::pair<int32_t, int32_t>{278, QOR_BRNG_NIEDERR}}) {
+    Stream l(legacy, {6}), c(current, {6});
+    ASSERT_EQ(l.status(), 0);
+    const std::vector<uint32_t> w = words(c.get(), 600);
+    EXPECT_EQ(words(l.get(), 600), w) << legacy;
+    // Single precision: a + u (b - a) 2^-32 in float, continuing the stream.
+    Stream f(current, {6});
+    std::vector<float> x(600);
+    ASSERT_EQ(qor_test::row_of(f.get()).generateS(f.get(), 600, x.data(), -2.0f, 6.0f), 0);
+    const float scale = 8.0f * 2.3283064365386963e-10f;
+    for (int i = 0; i < 600; ++i) {
+      ASSERT_EQ(x[i], -2.0f + static_cast<float>(w[i]) * scale) << i;
+      ASSERT_GT(x[i], -2.0f);
+    }
   }
 }
 
