@@ -1,7 +1,8 @@
 // Routines of registry rows whose generators are not built yet (the Mersenne
-// twisters, the counter-based and hardware generators).  Their rows already carry their final sizes so that streams
-// and serialised layouts do not change when they arrive; until then every
-// routine refuses with -1000 and touches nothing.
+// twisters, the counter-based and hardware generators).  Their rows already
+// carry their final sizes so that streams and serialised layouts do not
+// change when they arrive; until then every routine refuses with -1000 and
+// touches nothing.
 //
 // When a generator lands in its own source file, delete its line here.
 #include "rng/core/internal.h"
