@@ -296,7 +296,7 @@ inline int32_t seed_directions(void *stream, uint32_t dim, int32_t n, const uint
 // m - t rows of the first m columns are linearly independent, so
 // t = max over m of (m - rho(m)), rho(m) being the number of leading rows of
 // the first m columns that are independent.  Sobol coordinates have t = 0,
-// the Niederreiter coordinate of a polynomial of degree e has t = e - 1.
+// the Niederreiter coordinate of a polynomial of degree e at most e - 1.
 inline int one_dim_t(const uint32_t *col) {
   uint32_t row[kBits] = {};  // row j: bit c = digit j of column c
   for (int c = 0; c < kBits; ++c)
