@@ -187,6 +187,24 @@ QOR_RNG_DECLARE_BRNG(R250)
 QOR_RNG_DECLARE_BRNG(MRG32K3A)
 QOR_RNG_DECLARE_BRNG(MCG59)
 QOR_RNG_DECLARE_BRNG(WH)
+/* Quasi-random generators (Sobol with Joe-Kuo direction numbers, Niederreiter
+ * in base 2; docs/rng_qrng.md).  Seed word 0 is the dimension d (absent or 0:
+ * 1; at most QOR_SOBOL_MAX_DIM or QOR_NIEDERR_MAX_DIM, else -3).  Seed word 1
+ * selects the generator matrices: absent or 0 the built-in ones;
+ * QOR_QRNG_SEED_POLYNOMIALS the caller's polynomials (Sobol: per dimension
+ * the words s, a, m_1..m_s; Niederreiter: one irreducible polynomial per
+ * dimension, bit i = coefficient of x^i); QOR_QRNG_SEED_DIRECTIONS the
+ * caller's 32 direction numbers per dimension.  Bad data gives -3.
+ * Output: the d coordinates of each point in turn, as 32-bit fractions
+ * (integer) or mapped to [a, b), points in Gray-code order from index 1 (the
+ * origin is never delivered).  Skip-ahead counts numbers (points x d) and
+ * jumps directly; leapfrog (k, d) makes the stream deliver coordinate k only
+ * (any other count: -1002). */
+#define QOR_SOBOL_MAX_DIM 78
+#define QOR_NIEDERR_MAX_DIM 318
+#define QOR_QRNG_SEED_DEFAULT 0
+#define QOR_QRNG_SEED_POLYNOMIALS 1
+#define QOR_QRNG_SEED_DIRECTIONS 2
 QOR_RNG_DECLARE_BRNG(Sobol)
 QOR_RNG_DECLARE_BRNG(Niederr)
 QOR_RNG_DECLARE_BRNG(MT19937)

@@ -1,7 +1,10 @@
 // qor rng: raw integer output and uniform doubles of the basic generators.
 //
-//   qor rng bits    --brng NAME[:MEMBER] [--seed S[,S...]] [-n N]
-//   qor rng uniform --brng NAME[:MEMBER] [--seed S[,S...]] [-n N] [--a A] [--b B]
+//   qor rng bits    --brng NAME[:MEMBER] [--seed S[,S...]] [-n N] [--dim D]
+//   qor rng uniform --brng NAME[:MEMBER] [--seed S[,S...]] [-n N] [--a A] [--b B] [--dim D]
+//
+// --dim D (quasi-random generators only: sobol, niederreiter) becomes seed
+// word 0, the number of coordinates per point; --seed words then follow it.
 //
 // Without arguments it prints the first outputs of every generator that the
 // library provides (the tour's view).
@@ -33,6 +36,8 @@ const Named kGenerators[] = {
     {"PHILOX4X32X10", QOR_BRNG_PHILOX4X32X10},
 };
 
+bool quasi_random(int32_t brng) { return brng == QOR_BRNG_SOBOL || brng == QOR_BRNG_NIEDERR; }
+
 std::string upper(std::string s) {
   for (char &c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   return s;
@@ -62,13 +67,15 @@ struct Options {
   std::vector<uint32_t> seed;
   int32_t n = 10;
   double a = 0.0, b = 1.0;
+  bool has_dim = false;
+  uint32_t dim = 1;
 };
 
 // Returns 0, or the exit status of a usage error already reported.
 int parse(const Args &args, bool uniform, Options &o) {
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string &opt = args[i];
-    const bool known = opt == "--brng" || opt == "--seed" || opt == "-n" ||
+    const bool known = opt == "--brng" || opt == "--seed" || opt == "-n" || opt == "--dim" ||
                        (uniform && (opt == "--a" || opt == "--b"));
     if (!known) return usage_error("rng: unknown option '" + opt + "'");
     if (i + 1 >= args.size()) return usage_error("rng: option " + opt + " needs a value");
@@ -77,6 +84,7 @@ int parse(const Args &args, bool uniform, Options &o) {
     if (opt == "--brng") {
       const size_t colon = v.find(':');
       o.name = upper(v.substr(0, colon));
+      if (o.name == "NIEDERREITER") o.name = "NIEDERR";
       o.brng = -1;
       for (const Named &g : kGenerators)
         if (o.name == g.name) o.brng = g.brng;
@@ -100,6 +108,10 @@ int parse(const Args &args, bool uniform, Options &o) {
         if (comma == std::string::npos) break;
         start = comma + 1;
       }
+    } else if (opt == "--dim") {
+      if (!parse_u64(v, 0xFFFFFFFFu, u) || u == 0) return usage_error("rng: bad dimension '" + v + "'");
+      o.has_dim = true;
+      o.dim = static_cast<uint32_t>(u);
     } else if (opt == "-n") {
       if (!parse_u64(v, 0x7FFFFFFF, u)) return usage_error("rng: bad count '" + v + "'");
       o.n = static_cast<int32_t>(u);
@@ -108,6 +120,9 @@ int parse(const Args &args, bool uniform, Options &o) {
     }
   }
   if (o.brng < 0) return usage_error("rng: --brng NAME is required");
+  if (o.has_dim && !quasi_random(o.brng))
+    return usage_error("rng: --dim applies only to sobol and niederreiter");
+  if (o.has_dim) o.seed.insert(o.seed.begin(), o.dim);
   if (uniform && !(o.a < o.b)) return usage_error("rng: --a must be below --b");
   return 0;
 }
@@ -118,7 +133,11 @@ int generate(const Options &o, bool uniform) {
                                 o.seed.data());
   if (st != 0) {
     if (stream) __rixDeleteStream(&stream);
-    std::fprintf(stderr, "qor: rng: %s is not available (status %d)\n", o.name.c_str(), st);
+    if (st == QOR_RNG_ERROR_BAD_ARG)
+      std::fprintf(stderr, "qor: rng: %s rejects the seed or dimension (status %d)\n",
+                   o.name.c_str(), st);
+    else
+      std::fprintf(stderr, "qor: rng: %s is not available (status %d)\n", o.name.c_str(), st);
     return 1;
   }
   GeneratorRecord row;
@@ -196,7 +215,9 @@ int run_rng(const Args &args) {
 
 }  // namespace
 
-QOR_COMMAND("rng", "basic random generators: rng bits|uniform --brng NAME[:MEMBER] --seed S,.. -n N",
+QOR_COMMAND("rng",
+            "basic random generators: rng bits|uniform --brng NAME[:MEMBER] --seed S,.. -n N "
+            "[--dim D]",
             run_rng, 30);
 
 }  // namespace qor::tool

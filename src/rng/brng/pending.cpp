@@ -1,8 +1,8 @@
-// Routines of registry rows whose generators are not built yet (quasi-random
-// sequences, the Mersenne twisters, the counter-based and hardware
-// generators).  Their rows already carry their final sizes so that streams
-// and serialised layouts do not change when they arrive; until then every
-// routine refuses with -1000 and touches nothing.
+// Routines of registry rows whose generators are not built yet (the Mersenne
+// twisters, the counter-based and hardware generators).  Their rows already
+// carry their final sizes so that streams and serialised layouts do not
+// change when they arrive; until then every routine refuses with -1000 and
+// touches nothing.
 //
 // When a generator lands in its own source file, delete its line here.
 #include "rng/core/internal.h"
@@ -23,8 +23,6 @@
   }                                                                                         \
   }
 
-QOR_PENDING_BRNG(Sobol)
-QOR_PENDING_BRNG(Niederr)
 QOR_PENDING_BRNG(MT19937)
 QOR_PENDING_BRNG(MT2203)
 QOR_PENDING_BRNG(SFMT19937)
