@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "helpers.h"
+#include "rng/helpers.h"
 #include "qor/core.h"
 #include "qor/rng.h"
 
@@ -61,8 +61,9 @@ class TempFile {
   void write(const Bytes &b) const {
     std::FILE *f = std::fopen(path_.c_str(), "wb");
     ASSERT_NE(f, nullptr);
-    if (!b.empty()) ASSERT_EQ(std::fwrite(b.data(), b.size(), 1, f), 1u);
+    const size_t written = b.empty() ? 1 : std::fwrite(b.data(), b.size(), 1, f);
     std::fclose(f);
+    ASSERT_EQ(written, 1u);
   }
   Bytes read() const {
     Bytes b;

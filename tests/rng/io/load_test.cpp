@@ -1,7 +1,7 @@
 // Loading hand-built and damaged buffers and files: older layouts, the
 // order of the validation steps and their statuses, the file name rule, the
 // file writer's checks, and clean-up on every failure.
-#include "fault_injection.h"
+#include "rng/fault_injection.h"
 #include "io_helpers.h"
 #include "rng/core/serialize.h"
 
@@ -60,14 +60,15 @@ TEST(StreamLoadOldLayout, VersionZeroWithKeylessChunks) {
   ASSERT_EQ(list[1]->size, 3);
   EXPECT_EQ(0, std::memcmp(list[1]->data, "xyz", 3));
   EXPECT_EQ(list[1]->key[0] | list[1]->key[1], 0u);
-  EXPECT_EQ(qor_test::words(s.get(), 200), qor_test::words(loaded.get(), 200));
+  const std::vector<uint32_t> expect = qor_test::words(s.get(), 200);
+  EXPECT_EQ(qor_test::words(loaded.get(), 200), expect);
 
   TempFile f("v0");
   f.write(b);
   Stream from_file;
   ASSERT_EQ(__rixLoadStreamF(from_file.out(), f.c_str(), -1), 0);
   EXPECT_EQ(__rixGetNumChunks(from_file.get()), 2);
-  EXPECT_EQ(qor_test::words(loaded.get(), 50), qor_test::words(from_file.get(), 50));
+  EXPECT_EQ(qor_test::words(from_file.get(), 200), expect);
 }
 
 TEST(StreamLoadOldLayout, VersionOneChunksCarryKeys) {

@@ -8,7 +8,7 @@
 #include <random>
 #include <set>
 
-#include "fault_injection.h"
+#include "rng/fault_injection.h"
 #include "io_helpers.h"
 #include "rng/core/serialize.h"
 

@@ -2,7 +2,7 @@
 // stream they were saved from, chunks included.
 #include <array>
 
-#include "fault_injection.h"
+#include "rng/fault_injection.h"
 #include "io_helpers.h"
 
 using namespace qor_io_test;
