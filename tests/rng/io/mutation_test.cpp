@@ -3,7 +3,8 @@
 // usable stream, never a read past the buffer, a crash or a leak.
 //
 // QOR_RNGIO_MUTATIONS=<n> runs n random mutations per seed buffer instead
-// of the default, for a longer local soak.
+// of the default, and QOR_RNGIO_SEED=<s> draws them from another seed, for
+// a longer local soak.
 #include <cstdlib>
 #include <random>
 #include <set>
@@ -14,6 +15,10 @@
 
 using namespace qor_io_test;
 using qor_test::Stream;
+
+namespace qor_io_test {
+int fuzz_one(const uint8_t *data, size_t size);
+}
 
 namespace {
 
@@ -113,7 +118,8 @@ TEST(StreamLoadMutation, TruncatedFilesReadFailure) {
 // Random damage: flipped bits anywhere, bytes overwritten, the chunk count
 // or a chunk size replaced by a large or negative value, the buffer cut.
 TEST(StreamLoadMutation, RandomDamage) {
-  std::mt19937_64 rng(0x5EEDF00DULL);
+  const char *seed_env = std::getenv("QOR_RNGIO_SEED");
+  std::mt19937_64 rng(seed_env ? std::strtoull(seed_env, nullptr, 0) : 0x5EEDF00DULL);
   const long n = mutation_count();
   long loaded = 0;
   for (const Bytes &seed : seed_buffers()) {
@@ -146,6 +152,7 @@ TEST(StreamLoadMutation, RandomDamage) {
       }
       load_and_check(b, "mutation", it);
       if (HasFatalFailure()) return;
+      fuzz_one(b.data(), b.size());
       void *probe = nullptr;
       if (!b.empty() && qor::rng::load_stream_memory(&probe, b.data(), b.size()) == 0) {
         ++loaded;
