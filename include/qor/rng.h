@@ -231,6 +231,32 @@ QOR_API int32_t __rixdBRngsAbstract(void *stream, int32_t n, double *r, double a
 QOR_API int32_t __rixiBRngdAbstract(void *stream, int32_t n, void *r);
 QOR_API int32_t __rixiBRngsAbstract(void *stream, int32_t n, void *r);
 
+/* ---- stream save and load --------------------------------------------- */
+/* Statuses of the save and load functions. */
+#define QOR_RNG_ERROR_FILE_CLOSE (-1100)
+#define QOR_RNG_ERROR_FILE_OPEN (-1101)
+#define QOR_RNG_ERROR_FILE_WRITE (-1102)
+#define QOR_RNG_ERROR_FILE_READ (-1103)
+#define QOR_RNG_ERROR_BAD_FILE_FORMAT (-1110)
+#define QOR_RNG_ERROR_UNSUPPORTED_FILE_VER (-1111)
+#define QOR_RNG_ERROR_NONDETERM_NOT_SUPPORTED (-1130)
+#define QOR_RNG_ERROR_ARS5_NOT_SUPPORTED (-1140)
+#define QOR_RNG_ERROR_BAD_MEM_FORMAT (-1200)
+
+/* Bytes that __rixSaveStreamM writes for this stream (state and chunks). */
+QOR_API int32_t __rixGetStreamSize(const void *stream);
+/* Writes the stream into buffer, which must hold __rixGetStreamSize bytes.
+ * Only the bytes of the layout are written; padding bytes of the header
+ * keep their previous contents. */
+QOR_API int32_t __rixSaveStreamM(const void *stream, void *buffer);
+/* Creates a new stream from a saved buffer (current or older layout).  On
+ * failure *stream is null. */
+QOR_API int32_t __rixLoadStreamM(void **stream, const void *buffer);
+/* File forms: name is nameLength characters, or zero-terminated when
+ * nameLength is negative.  Further arguments are accepted and ignored. */
+QOR_API int32_t __rixSaveStreamF(const void *stream, const char *name, int32_t nameLength, ...);
+QOR_API int32_t __rixLoadStreamF(void **stream, const char *name, int32_t nameLength, ...);
+
 #ifdef __cplusplus
 }
 #endif
