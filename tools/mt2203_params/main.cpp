@@ -12,6 +12,17 @@
 // Berlekamp-Massey) of one output bit: if it has degree 2203 it is the
 // characteristic polynomial itself.
 //
+// The search itself avoids Berlekamp-Massey: the twisting word enters the
+// transition matrix as one rank-one term, so the characteristic polynomial is
+// an affine function of the bits of a, phi_a = F + sum_k a_k P_k.  (All
+// twisting words here have the top bit set, which keeps the matrix
+// invertible; F absorbs that bit and the model ranges over bits 0 .. 30.)  F and the
+// P_k are measured once (and the affine model re-verified at random points);
+// a candidate's residues modulo every irreducible polynomial of degree <= 16
+// then cost two table lookups each, and only candidates without a small
+// factor reach the full test.  The check mode recomputes each row's
+// polynomial independently by Berlekamp-Massey.
+//
 // Usage:
 //   mt2203_params search BEGIN END      rows "id a b c" (hex) for BEGIN <= id < END
 //   mt2203_params check FILE            re-verifies every row of FILE
@@ -22,8 +33,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <algorithm>
 #include <map>
+#include <string>
 #include <vector>
+
+#include <smmintrin.h>
+#include <wmmintrin.h>
 
 #include "gf2_jump.h"
 
@@ -118,6 +134,102 @@ struct Searcher {
     return true;
   }
 
+  // The same test with Barrett reduction on carry-less multiplication
+  // (PCLMULQDQ; this offline tool is not bound to the library's instruction
+  // set).  About four times faster than the table reduction.
+  // Words kmin .. kmax of the carry-less product a * b (the other words of
+  // out are left incomplete).  b must be readable one word past nb.  Products
+  // are accumulated in two arrays of 128-bit lanes, one starting at an even
+  // word and one at an odd word, so no lane ever has to be split.
+  static void clmul(const uint64_t *a, int na, const uint64_t *b, int nb, uint64_t *out,
+                    int kmin, int kmax) {
+    constexpr int kMax = 80;
+    __m128i even[kMax / 2 + 2], odd[kMax / 2 + 2];
+    const int lanes = (na + nb) / 2 + 2;
+    for (int m = 0; m < lanes; ++m) even[m] = odd[m] = _mm_setzero_si128();
+    for (int i = 0; i < na; ++i) {
+      if (!a[i]) continue;
+      const __m128i ai = _mm_cvtsi64_si128(int64_t(a[i]));
+      int jlo = kmin - i - 1;
+      if (jlo < 0) jlo = 0;
+      jlo &= ~1;
+      int jhi = kmax - i;
+      if (jhi > nb - 1) jhi = nb - 1;
+      if (i & 1) {
+        for (int j = jlo; j <= jhi; j += 2) {
+          const __m128i bb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + j));
+          const int k = i + j;
+          odd[(k - 1) / 2] = _mm_xor_si128(odd[(k - 1) / 2], _mm_clmulepi64_si128(ai, bb, 0x00));
+          even[(k + 1) / 2] = _mm_xor_si128(even[(k + 1) / 2], _mm_clmulepi64_si128(ai, bb, 0x10));
+        }
+      } else {
+        for (int j = jlo; j <= jhi; j += 2) {
+          const __m128i bb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b + j));
+          const int k = i + j;
+          even[k / 2] = _mm_xor_si128(even[k / 2], _mm_clmulepi64_si128(ai, bb, 0x00));
+          odd[k / 2] = _mm_xor_si128(odd[k / 2], _mm_clmulepi64_si128(ai, bb, 0x10));
+        }
+      }
+    }
+    const uint64_t *E = reinterpret_cast<const uint64_t *>(even);
+    const uint64_t *O = reinterpret_cast<const uint64_t *>(odd);
+    for (int w = 0; w < na + nb; ++w) out[w] = E[w] ^ (w ? O[w - 1] : 0);
+  }
+  // dst = src >> sh (in bits), dst_words words.
+  static void shift_down(const uint64_t *src, int src_words, long sh, uint64_t *dst, int dst_words) {
+    const long ws = sh >> 6;
+    const int bs = int(sh & 63);
+    for (int i = 0; i < dst_words; ++i) {
+      const long k = ws + i;
+      uint64_t lo = k < src_words ? src[k] : 0, hi = k + 1 < src_words ? src[k + 1] : 0;
+      dst[i] = bs ? (lo >> bs) | (hi << (64 - bs)) : lo;
+    }
+  }
+
+  bool irreducible_barrett() {
+    ++full_tests;
+    constexpr int W = gf2::words_for_bits(kP + 1);  // 35
+    const uint64_t *f = phi.data();
+    // mu = floor(x^(2p) / f), degree p.
+    uint64_t rem[2 * W + 1] = {}, mu[W + 2] = {};
+    gf2::flip_bit(rem, 2 * kP);
+    for (int i = 2 * kP; i >= kP; --i) {
+      if (!gf2::get_bit(rem, i)) continue;
+      gf2::flip_bit(mu, i - kP);
+      const int sh = i - kP;
+      for (int b = 0; b <= kP; ++b)
+        if (gf2::get_bit(f, b)) gf2::flip_bit(rem, b + sh);
+    }
+    uint64_t a[W] = {}, sq[2 * W + 2], hi[W + 1], t[2 * W + 4], q[W + 2] = {}, u[2 * W + 4];
+    uint64_t fw[W + 2] = {};
+    std::memcpy(fw, f, sizeof(uint64_t) * W);
+    a[0] = 2;
+    auto spread32 = [](uint64_t x) {
+      x = (x | (x << 16)) & 0x0000FFFF0000FFFFull;
+      x = (x | (x << 8)) & 0x00FF00FF00FF00FFull;
+      x = (x | (x << 4)) & 0x0F0F0F0F0F0F0F0Full;
+      x = (x | (x << 2)) & 0x3333333333333333ull;
+      return (x | (x << 1)) & 0x5555555555555555ull;
+    };
+    for (int it = 0; it < kP; ++it) {
+      for (int i = 0; i < W; ++i) {
+        sq[2 * i] = spread32(a[i] & 0xFFFFFFFFu);
+        sq[2 * i + 1] = spread32(a[i] >> 32);
+      }
+      sq[2 * W] = sq[2 * W + 1] = 0;
+      shift_down(sq, 2 * W, kP, hi, W);
+      clmul(hi, W, mu, W, t, (kP >> 6) - 1, 2 * W - 1);
+      shift_down(t, 2 * W, kP, q, W);
+      clmul(q, W, fw, W, u, 0, W - 1);
+      for (int i = 0; i < W; ++i) a[i] = sq[i] ^ u[i];
+      a[W - 1] &= (uint64_t{1} << (kP & 63)) - 1;
+    }
+    if (a[0] != 2) return false;
+    for (int i = 1; i < W; ++i)
+      if (a[i]) return false;
+    return true;
+  }
+
   bool primitive(uint32_t aw) {
     if (min_poly(aw) != kP) return false;
     if (has_small_factor(phi.data(), irr)) return false;
@@ -130,6 +242,178 @@ struct Searcher {
       const uint32_t r = uint32_t(splitmix(s) >> 49);  // 15 bits
       const uint32_t aw = 0x80000000u | (r << 16) | id;
       if (primitive(aw)) return aw;
+    }
+  }
+};
+
+// ---- fast search over the affine model -------------------------------------
+
+constexpr int kPW = gf2::words_for_bits(kP + 1);
+constexpr int kSieveDegree = 16;
+
+struct Poly {
+  uint64_t w[kPW];
+};
+
+struct FastSearcher {
+  Searcher slow;
+  Poly F{}, P[32]{};
+  std::vector<uint32_t> gs;                // irreducibles of degree 1 .. kSieveDegree
+  std::vector<uint16_t> resF, resP;        // residues of F and of P_k modulo each g
+  std::vector<uint16_t> lo, hi;            // per member: residue tables for bits 16..23, 24..30
+
+  // Minimal polynomial of aw's sequence, trying several starting states until
+  // the degree is full; false if none reaches it.
+  bool char_poly(uint32_t aw, Poly &out) {
+    for (int t = 0; t < 8; ++t) {
+      uint32_t x[2 * kP + kN];
+      uint64_t s = 0x5eed0000ull + uint64_t(t);
+      for (int i = 0; i < kN; ++i) x[i] = uint32_t(splitmix(s));
+      std::fill(slow.seq.begin(), slow.seq.end(), 0);
+      for (int k = 0; k < 2 * kP; ++k) {
+        const uint32_t y = (x[k] & kUpper) | (x[k + 1] & kLower);
+        x[k + kN] = x[k + kM] ^ (y >> 1) ^ ((y & 1u) ? aw : 0u);
+        if (x[k + kN] >> 31) gf2::flip_bit(slow.seq.data(), k);
+      }
+      if (gf2::berlekamp_massey(slow.seq.data(), 2 * kP, slow.phi.data(), slow.bm.data()) == kP) {
+        std::copy(slow.phi.begin(), slow.phi.begin() + kPW, out.w);
+        return true;
+      }
+    }
+    return false;
+  }
+
+  Poly model(uint32_t aw) const {
+    Poly r = F;
+    for (int k = 0; k < 31; ++k)
+      if (aw >> k & 1)
+        for (int i = 0; i < kPW; ++i) r.w[i] ^= P[k].w[i];
+    return r;
+  }
+
+  bool build_model() {
+    uint64_t s = 0xaff1e;
+    for (int attempt = 0; attempt < 50; ++attempt) {
+      const uint32_t a0 = uint32_t(splitmix(s)) | 0x80000000u;
+      Poly base, pk[32];
+      bool ok = char_poly(a0, base);
+      for (int k = 0; ok && k < 31; ++k) ok = char_poly(a0 ^ (1u << k), pk[k]);
+      if (!ok) continue;
+      F = base;
+      for (int k = 0; k < 31; ++k) {
+        for (int i = 0; i < kPW; ++i) P[k].w[i] = pk[k].w[i] ^ base.w[i];
+        if (a0 >> k & 1)
+          for (int i = 0; i < kPW; ++i) F.w[i] ^= P[k].w[i];
+      }
+      // The model must reproduce independently measured polynomials.
+      int verified = 0;
+      for (int t = 0; t < 200 && verified < 20; ++t) {
+        const uint32_t a = uint32_t(splitmix(s)) | 0x80000000u;
+        Poly m;
+        if (!char_poly(a, m)) continue;
+        const Poly f = model(a);
+        if (std::memcmp(f.w, m.w, sizeof f.w) != 0) {
+          std::fprintf(stderr, "affine model disagrees at a = %08x\n", a);
+          return false;
+        }
+        ++verified;
+      }
+      if (verified < 20) return false;
+      std::fprintf(stderr, "# affine model verified at %d random twisting words\n", verified);
+      return true;
+    }
+    return false;
+  }
+
+  static uint16_t residue(const Poly &p, uint32_t g, const uint32_t *tab) {
+    const int d = 31 - __builtin_clz(g);
+    uint32_t r = 0;
+    for (int byte = (kPW * 8) - 1; byte >= 0; --byte) {
+      r = (r << 8) | uint32_t(p.w[byte / 8] >> (8 * (byte % 8)) & 255u);
+      r = (r & ((1u << d) - 1)) ^ tab[r >> d];
+    }
+    return uint16_t(r);
+  }
+
+  void build_sieve() {
+    // Irreducibles by trial division with the smaller ones.
+    for (uint32_t g = 2; g < (1u << (kSieveDegree + 1)); ++g) {
+      const int d = 31 - __builtin_clz(g);
+      bool irreducible = true;
+      for (uint32_t h : gs) {
+        const int e = 31 - __builtin_clz(h);
+        if (2 * e > d) break;
+        uint32_t r = g;
+        for (int i = d; i >= e; --i)
+          if (r >> i & 1) r ^= h << (i - e);
+        if (r == 0) { irreducible = false; break; }
+      }
+      if (irreducible) gs.push_back(g);
+    }
+    const std::size_t G = gs.size();
+    resF.resize(G);
+    resP.resize(G * 32);
+    std::vector<uint32_t> tab(1u << 8);
+    for (std::size_t j = 0; j < G; ++j) {
+      const uint32_t g = gs[j];
+      const int d = 31 - __builtin_clz(g);
+      // tab[t] = t * x^d mod g for the up to 8 bits that overflow degree d.
+      for (uint32_t t = 0; t < 256; ++t) {
+        uint32_t r = 0;
+        for (int b = 7; b >= 0; --b) {
+          r <<= 1;
+          if (r >> d & 1) r ^= g;
+          if (t >> b & 1) {
+            uint32_t xd = g ^ (1u << d);  // x^d mod g
+            r ^= xd;
+          }
+        }
+        tab[t] = r;
+      }
+      resF[j] = residue(F, g, tab.data());
+      for (int k = 0; k < 31; ++k) resP[j * 32 + k] = residue(P[k], g, tab.data());
+    }
+    std::fprintf(stderr, "# sieve: %zu irreducible polynomials of degree <= %d\n", G, kSieveDegree);
+  }
+
+  void prepare_member(uint32_t fixed) {
+    const std::size_t G = gs.size();
+    lo.assign(G * 256, 0);
+    hi.assign(G * 128, 0);
+    for (std::size_t j = 0; j < G; ++j) {
+      uint16_t base = resF[j];
+      for (int k = 0; k < 31; ++k)
+        if (fixed >> k & 1) base ^= resP[j * 32 + k];
+      uint16_t *l = &lo[j * 256], *h = &hi[j * 128];
+      l[0] = base;
+      for (uint32_t v = 1; v < 256; ++v)
+        l[v] = l[v & (v - 1)] ^ resP[j * 32 + 16 + __builtin_ctz(v)];
+      h[0] = 0;
+      for (uint32_t v = 1; v < 128; ++v)
+        h[v] = h[v & (v - 1)] ^ resP[j * 32 + 24 + __builtin_ctz(v)];
+    }
+  }
+
+  bool survives_sieve(uint32_t r15) const {
+    const std::size_t G = gs.size();
+    const uint32_t l = r15 & 255u, h = r15 >> 8;
+    for (std::size_t j = 0; j < G; ++j)
+      if ((lo[j * 256 + l] ^ hi[j * 128 + h]) == 0) return false;
+    return true;
+  }
+
+  uint32_t search(uint32_t id) {
+    const uint32_t fixed = 0x80000000u | id;
+    prepare_member(fixed);
+    uint64_t s = 0x4d54323230330000ull ^ (uint64_t(id) << 1);
+    for (;;) {
+      const uint32_t r = uint32_t(splitmix(s) >> 49);  // 15 bits, same draw as the slow search
+      if (!survives_sieve(r)) continue;
+      const uint32_t aw = fixed | (r << 16);
+      const Poly f = model(aw);
+      std::fill(slow.phi.begin(), slow.phi.end(), 0);
+      std::copy(f.w, f.w + kPW, slow.phi.begin());
+      if (slow.irreducible_barrett()) return aw;
     }
   }
 };
@@ -164,7 +448,12 @@ int main(int argc, char **argv) {
   if (mode == "search" && argc == 4) {
     const long begin = std::atol(argv[2]), end = std::atol(argv[3]);
     if (begin < 0 || end > 65536 || begin >= end) return usage();
-    Searcher s;
+    FastSearcher s;
+    if (!s.build_model()) {
+      std::fprintf(stderr, "could not establish the affine model of the characteristic polynomial\n");
+      return 1;
+    }
+    s.build_sieve();
     const auto t0 = std::chrono::steady_clock::now();
     for (long id = begin; id < end; ++id) {
       const uint32_t aw = s.search(uint32_t(id));
@@ -174,7 +463,7 @@ int main(int argc, char **argv) {
     const double sec =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     std::fprintf(stderr, "# %ld members in %.1f s (%ld full irreducibility tests)\n",
-                 end - begin, sec, s.full_tests);
+                 end - begin, sec, s.slow.full_tests);
     return 0;
   }
   std::map<uint32_t, uint32_t[3]> rows;
