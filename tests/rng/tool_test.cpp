@@ -1,0 +1,74 @@
+// The `qor rng` subcommand, run as a separate process.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "helpers.h"
+#include "reference.h"
+
+namespace {
+
+struct ToolRun {
+  int status;
+  std::string out;
+};
+
+ToolRun run_tool(const std::string &args) {
+  const std::string cmd = std::string(QOR_TOOL) + " " + args + " 2>&1";
+  FILE *p = popen(cmd.c_str(), "r");
+  ToolRun r{-1, {}};
+  if (!p) return r;
+  char buf[4096];
+  size_t got;
+  while ((got = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, got);
+  const int st = pclose(p);
+  r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  return r;
+}
+
+TEST(RngTool, BitsPrintsTheIntegerSequence) {
+  const ToolRun r = run_tool("rng bits --brng MRG32K3A --seed 1,2,3,4,5,6 -n 5");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const uint32_t seed[6] = {1, 2, 3, 4, 5, 6};
+  qor_test::RefMrg ref(seed);
+  std::string expect;
+  for (int i = 0; i < 5; ++i) expect += std::to_string(ref.next()) + "\n";
+  EXPECT_EQ(r.out, expect);
+
+  const ToolRun w = run_tool("rng bits --brng wh:272 -n 1");
+  EXPECT_EQ(w.out, "126 127 125 124\n");  // x = 1 times the member's multipliers
+  const ToolRun m = run_tool("rng bits --brng MCG59 --seed 0x5 -n 2");
+  EXPECT_EQ(m.out, "5\n" + std::to_string(5ull * 302875106592253ull % (1ull << 59)) + "\n");
+}
+
+TEST(RngTool, UniformPrintsDoubles) {
+  const ToolRun r = run_tool("rng uniform --brng MCG31M1 --seed 1 -n 2 --a 2 --b 3");
+  ASSERT_EQ(r.status, 0) << r.out;
+  char line[64];
+  std::snprintf(line, sizeof line, "%.17g\n", 2.0 + 1.0 * 4.656612875245797e-10);
+  EXPECT_EQ(r.out.substr(0, r.out.find('\n') + 1), line);
+}
+
+TEST(RngTool, BadInputIsAOneLineErrorWithStatusTwo) {
+  const char *bad[] = {
+      "rng bits --brng NOPE",         "rng bits --brng WH:273",  "rng bits --brng WH:x",
+      "rng bits --brng R250 -n -1",   "rng bits --brng R250 -n", "rng bits --brng R250 --seed 1,,2",
+      "rng bits --brng R250 --seed 4294967296", "rng uniform --brng R250 --a 1 --b 1",
+      "rng uniform --brng R250 --a z", "rng bits --brng R250 --a 1", "rng bits",
+      "rng bits --brng R250 --frobnicate 1", "rng frob",
+  };
+  for (const char *args : bad) {
+    const ToolRun r = run_tool(args);
+    EXPECT_EQ(r.status, 2) << args;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << args << ": " << r.out;
+  }
+  const ToolRun pending = run_tool("rng bits --brng MT19937 -n 3");
+  EXPECT_EQ(pending.status, 1);
+  EXPECT_NE(pending.out.find("-1000"), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,202 @@
+// qor rng: raw integer output and uniform doubles of the basic generators.
+//
+//   qor rng bits    --brng NAME[:MEMBER] [--seed S[,S...]] [-n N]
+//   qor rng uniform --brng NAME[:MEMBER] [--seed S[,S...]] [-n N] [--a A] [--b B]
+//
+// Without arguments it prints the first outputs of every generator that the
+// library provides (the tour's view).
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "command.h"
+#include "qor/rng.h"
+
+namespace qor::tool {
+namespace {
+
+struct Named {
+  const char *name;
+  int32_t brng;
+};
+
+const Named kGenerators[] = {
+    {"MCG31M1", QOR_BRNG_MCG31},     {"R250", QOR_BRNG_R250},
+    {"MRG32K3A", QOR_BRNG_MRG32K3A}, {"MCG59", QOR_BRNG_MCG59},
+    {"WH", QOR_BRNG_WH},             {"SOBOL", QOR_BRNG_SOBOL},
+    {"NIEDERR", QOR_BRNG_NIEDERR},   {"MT19937", QOR_BRNG_MT19937},
+    {"MT2203", QOR_BRNG_MT2203},     {"SFMT19937", QOR_BRNG_SFMT19937},
+    {"NONDETERM", QOR_BRNG_NONDETERM}, {"ARS5", QOR_BRNG_ARS5},
+    {"PHILOX4X32X10", QOR_BRNG_PHILOX4X32X10},
+};
+
+std::string upper(std::string s) {
+  for (char &c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return s;
+}
+
+bool parse_u64(const std::string &s, uint64_t max, uint64_t &out) {
+  if (s.empty() || s[0] == '-' || s[0] == '+') return false;
+  errno = 0;
+  char *end = nullptr;
+  const unsigned long long v = std::strtoull(s.c_str(), &end, 0);
+  if (errno || *end || v > max) return false;
+  out = v;
+  return true;
+}
+
+bool parse_double(const std::string &s, double &out) {
+  if (s.empty()) return false;
+  errno = 0;
+  char *end = nullptr;
+  out = std::strtod(s.c_str(), &end);
+  return !errno && !*end;
+}
+
+struct Options {
+  int32_t brng = -1;
+  std::string name;
+  std::vector<uint32_t> seed;
+  int32_t n = 10;
+  double a = 0.0, b = 1.0;
+};
+
+// Returns 0, or the exit status of a usage error already reported.
+int parse(const Args &args, bool uniform, Options &o) {
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string &opt = args[i];
+    const bool known = opt == "--brng" || opt == "--seed" || opt == "-n" ||
+                       (uniform && (opt == "--a" || opt == "--b"));
+    if (!known) return usage_error("rng: unknown option '" + opt + "'");
+    if (i + 1 >= args.size()) return usage_error("rng: option " + opt + " needs a value");
+    const std::string v = args[++i];
+    uint64_t u = 0;
+    if (opt == "--brng") {
+      const size_t colon = v.find(':');
+      o.name = upper(v.substr(0, colon));
+      o.brng = -1;
+      for (const Named &g : kGenerators)
+        if (o.name == g.name) o.brng = g.brng;
+      if (o.brng < 0) return usage_error("rng: unknown generator '" + v.substr(0, colon) + "'");
+      if (colon != std::string::npos) {
+        if (!parse_u64(v.substr(colon + 1), 0xFFFFF, u))
+          return usage_error("rng: bad member number '" + v.substr(colon + 1) + "'");
+        o.brng += static_cast<int32_t>(u);
+        GeneratorRecord r;
+        if (__rixGetBrngProperties(o.brng, &r) != 0)
+          return usage_error("rng: " + o.name + " has no member " + std::to_string(u));
+      }
+    } else if (opt == "--seed") {
+      o.seed.clear();
+      size_t start = 0;
+      for (;;) {
+        const size_t comma = v.find(',', start);
+        const std::string part = v.substr(start, comma - start);
+        if (!parse_u64(part, 0xFFFFFFFFu, u)) return usage_error("rng: bad seed word '" + part + "'");
+        o.seed.push_back(static_cast<uint32_t>(u));
+        if (comma == std::string::npos) break;
+        start = comma + 1;
+      }
+    } else if (opt == "-n") {
+      if (!parse_u64(v, 0x7FFFFFFF, u)) return usage_error("rng: bad count '" + v + "'");
+      o.n = static_cast<int32_t>(u);
+    } else if (!parse_double(v, opt == "--a" ? o.a : o.b)) {
+      return usage_error("rng: bad number '" + v + "' for " + opt);
+    }
+  }
+  if (o.brng < 0) return usage_error("rng: --brng NAME is required");
+  if (uniform && !(o.a < o.b)) return usage_error("rng: --a must be below --b");
+  return 0;
+}
+
+int generate(const Options &o, bool uniform) {
+  void *stream = nullptr;
+  int32_t st = __rixNewStreamEx(&stream, o.brng, static_cast<uint32_t>(o.seed.size()),
+                                o.seed.data());
+  if (st != 0) {
+    if (stream) __rixDeleteStream(&stream);
+    std::fprintf(stderr, "qor: rng: %s is not available (status %d)\n", o.name.c_str(), st);
+    return 1;
+  }
+  GeneratorRecord row;
+  __rixGetBrngProperties(o.brng, &row);
+  constexpr int32_t kBlock = 1 << 14;
+  std::vector<uint32_t> words(static_cast<size_t>(kBlock) * 4);
+  std::vector<double> reals(kBlock);
+  for (int32_t done = 0; done < o.n && st == 0;) {
+    const int32_t m = o.n - done < kBlock ? o.n - done : kBlock;
+    if (uniform) {
+      st = row.generateD(stream, m, reals.data(), o.a, o.b);
+      for (int32_t i = 0; i < m && st == 0; ++i) std::printf("%.17g\n", reals[i]);
+    } else {
+      st = row.generateI(stream, m, words.data());
+      for (int32_t i = 0; i < m && st == 0; ++i) {
+        if (row.wordSize == 8)
+          std::printf("%" PRIu64 "\n", words[2 * i] | (uint64_t{words[2 * i + 1]} << 32));
+        else if (row.wordSize == 16)
+          std::printf("%u %u %u %u\n", words[4 * i], words[4 * i + 1], words[4 * i + 2],
+                      words[4 * i + 3]);
+        else
+          std::printf("%u\n", words[i]);
+      }
+    }
+    done += m;
+  }
+  __rixDeleteStream(&stream);
+  if (st != 0) {
+    std::fprintf(stderr, "qor: rng: generation failed (status %d)\n", st);
+    return 1;
+  }
+  return 0;
+}
+
+int overview() {
+  std::printf("%-14s %-10s %s\n", "generator", "id", "first outputs with seed 1 (integer | uniform [0,1))");
+  for (const Named &g : kGenerators) {
+    Options o;
+    o.brng = g.brng;
+    o.name = g.name;
+    void *s = nullptr;
+    const uint32_t seed = 1;
+    const int32_t st = __rixNewStreamEx(&s, g.brng, 1, &seed);
+    if (st != 0) {
+      if (s) __rixDeleteStream(&s);
+      std::printf("%-14s 0x%-8X not built yet (status %d)\n", g.name, g.brng, st);
+      continue;
+    }
+    GeneratorRecord row;
+    __rixGetBrngProperties(g.brng, &row);
+    uint32_t w[8];
+    double d[2];
+    row.generateI(s, 1, w);
+    row.generateD(s, 2, d, 0.0, 1.0);
+    if (row.wordSize == 8)
+      std::printf("%-14s 0x%-8X %" PRIu64 " | %.6f %.6f\n", g.name, g.brng,
+                  w[0] | (uint64_t{w[1]} << 32), d[0], d[1]);
+    else
+      std::printf("%-14s 0x%-8X %u | %.6f %.6f\n", g.name, g.brng, w[0], d[0], d[1]);
+    __rixDeleteStream(&s);
+  }
+  return 0;
+}
+
+int run_rng(const Args &args) {
+  if (args.empty()) return overview();
+  const std::string sub = args[0];
+  if (sub != "bits" && sub != "uniform")
+    return usage_error("rng: unknown subcommand '" + sub + "' (bits or uniform)");
+  Options o;
+  const bool uniform = sub == "uniform";
+  if (int rc = parse(Args(args.begin() + 1, args.end()), uniform, o); rc != 0) return rc;
+  return generate(o, uniform);
+}
+
+}  // namespace
+
+QOR_COMMAND("rng", "basic random generators: rng bits|uniform --brng NAME[:MEMBER] --seed S,.. -n N",
+            run_rng, 30);
+
+}  // namespace qor::tool
