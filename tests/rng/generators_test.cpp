@@ -409,8 +409,8 @@ TEST(Mrg32k3a, LongSkipAheadCounts) {
 }
 
 TEST(Generators, PendingRowsRefuseEveryCall) {
-  for (int32_t brng : {QOR_BRNG_SOBOL, QOR_BRNG_NIEDERR, QOR_BRNG_MT19937, QOR_BRNG_MT2203,
-                       QOR_BRNG_SFMT19937, QOR_BRNG_NONDETERM, QOR_BRNG_ARS5,
+  for (int32_t brng : {QOR_BRNG_SOBOL, QOR_BRNG_NIEDERR, 
+                       QOR_BRNG_NONDETERM, QOR_BRNG_ARS5,
                        QOR_BRNG_PHILOX4X32X10}) {
     void *s = nullptr;
     EXPECT_EQ(__rixNewStreamEx(&s, brng, 0, nullptr), QOR_RNG_ERROR_INVALID_BRNG) << brng;
