@@ -1,5 +1,7 @@
 #include "gf2_jump.h"
 
+#include <emmintrin.h>
+
 #include <cstring>
 
 namespace qor::rng::gf2 {
@@ -45,6 +47,18 @@ inline uint64_t spread32(uint64_t x) {
   x = (x | (x << 2)) & 0x3333333333333333ull;
   x = (x | (x << 1)) & 0x5555555555555555ull;
   return x;
+}
+
+// d[0 .. n) ^= t[0 .. n), two words per SSE2 operation.
+inline void xor_words(uint64_t *d, const uint64_t *t, long n) {
+  long k = 0;
+  for (; k + 4 <= n; k += 4) {
+    __m128i *dv = reinterpret_cast<__m128i *>(d + k);
+    const __m128i *tv = reinterpret_cast<const __m128i *>(t + k);
+    _mm_storeu_si128(dv, _mm_xor_si128(_mm_loadu_si128(dv), _mm_loadu_si128(tv)));
+    _mm_storeu_si128(dv + 1, _mm_xor_si128(_mm_loadu_si128(dv + 1), _mm_loadu_si128(tv + 1)));
+  }
+  for (; k < n; ++k) d[k] ^= t[k];
 }
 
 }  // namespace
@@ -168,8 +182,7 @@ void reduce(const Modulus &m, uint64_t *p, int words) {
       const uint64_t *t = m.tab + (std::size_t(j) * 256 + v) * row;
       long n = row;
       if (s + n > words) n = words - s;
-      uint64_t *d = p + s;
-      for (long k = 0; k < n; ++k) d[k] ^= t[k];
+      xor_words(p + s, t, n);
     }
   }
   // At most seven bits between deg and the first byte boundary above it.
