@@ -61,7 +61,10 @@ constexpr int kScaleChunk = 512;
 // up to b itself when u is close to 2^32 (always for float, for double only
 // with wide or offset intervals); such results are replaced by the largest
 // value below b so that the output stays inside [a, b).
+// The mapping is monotone in u, so when the largest word already lands below
+// b (the usual case for doubles) the per-element bound check is skipped.
 inline void scale_to_float(const uint32_t *u, int n, float *r, float a, float b, float f) {
+  const bool clamp = !(a + 4294967296.0f * f < b);
   const __m128 va = _mm_set1_ps(a), vf = _mm_set1_ps(f), vb = _mm_set1_ps(b);
   const float below_b = __builtin_nextafterf(b, a);
   const __m128 vbelow = _mm_set1_ps(below_b);
@@ -75,8 +78,10 @@ inline void scale_to_float(const uint32_t *u, int n, float *r, float a, float b,
     const __m128 lo = _mm_cvtepi32_ps(_mm_and_si128(x, lo_mask));
     const __m128 uf = _mm_add_ps(_mm_mul_ps(hi, two16), lo);
     __m128 v = _mm_add_ps(va, _mm_mul_ps(uf, vf));
-    const __m128 ge = _mm_cmpge_ps(v, vb);
-    v = _mm_or_ps(_mm_andnot_ps(ge, v), _mm_and_ps(ge, vbelow));
+    if (clamp) {
+      const __m128 ge = _mm_cmpge_ps(v, vb);
+      v = _mm_or_ps(_mm_andnot_ps(ge, v), _mm_and_ps(ge, vbelow));
+    }
     _mm_storeu_ps(r + i, v);
   }
   for (; i < n; ++i) {
@@ -87,6 +92,7 @@ inline void scale_to_float(const uint32_t *u, int n, float *r, float a, float b,
 }
 
 inline void scale_to_double(const uint32_t *u, int n, double *r, double a, double b, double f) {
+  const bool clamp = !(a + 4294967295.0 * f < b);
   const __m128d va = _mm_set1_pd(a), vf = _mm_set1_pd(f), vb = _mm_set1_pd(b);
   const double below_b = __builtin_nextafter(b, a);
   const __m128d vbelow = _mm_set1_pd(below_b);
@@ -98,8 +104,10 @@ inline void scale_to_double(const uint32_t *u, int n, double *r, double a, doubl
     x = _mm_xor_si128(x, flip);  // u - 2^31 as a signed word
     const __m128d ud = _mm_add_pd(_mm_cvtepi32_pd(x), two31);
     __m128d v = _mm_add_pd(va, _mm_mul_pd(ud, vf));
-    const __m128d ge = _mm_cmpge_pd(v, vb);
-    v = _mm_or_pd(_mm_andnot_pd(ge, v), _mm_and_pd(ge, vbelow));
+    if (clamp) {
+      const __m128d ge = _mm_cmpge_pd(v, vb);
+      v = _mm_or_pd(_mm_andnot_pd(ge, v), _mm_and_pd(ge, vbelow));
+    }
     _mm_storeu_pd(r + i, v);
   }
   for (; i < n; ++i) {
