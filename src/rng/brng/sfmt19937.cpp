@@ -37,9 +37,10 @@ constexpr uint32_t kMsk[4] = {0xdfffffefu, 0xddfecb7fu, 0xbffaffffu, 0xbffffff6u
 constexpr uint32_t kParity[4] = {0x00000001u, 0x00000000u, 0x00000000u, 0x13c9e684u};
 constexpr int kDegree = 19968;
 constexpr uint64_t kHornerLimit = 19967;
-// Positions are kept below this multiple of 624 so that wrapping the 64-bit
-// counter never changes where in a block the stream stands.
-constexpr uint64_t kPosModulus = (~uint64_t{0} / kN32) * kN32;
+// Only the position modulo 624 matters, so it is kept below this multiple of
+// 624 that fits in 32 bits: the stream core copies a state as 625 words
+// (the block and one more word), which then carries the whole position.
+constexpr uint64_t kPosModulus = (uint64_t{0xFFFFFFFFu} / kN32) * kN32;
 
 inline __m128i recursion(__m128i a, __m128i b, __m128i c, __m128i d, __m128i mask) {
   const __m128i x = _mm_slli_si128(a, kSL2);
