@@ -52,6 +52,8 @@ constexpr uint32_t kUpper = ~((1u << kR) - 1), kLower = (1u << kR) - 1;
 // Tempering masks: the published 32-bit twister's pair, which suits the
 // shifts (7, 15) that the family uses.
 constexpr uint32_t kMaskB = 0x9d2c5680u, kMaskC = 0xefc60000u;
+// Candidates are sieved by all irreducible factors up to this degree.
+constexpr int kSieveDegree = 16;
 
 uint64_t splitmix(uint64_t &s) {
   uint64_t z = (s += 0x9e3779b97f4a7c15ull);
@@ -186,24 +188,78 @@ struct Searcher {
     }
   }
 
+  static int deg_from(const uint64_t *v, int w) {
+    for (int i = w - 1; i >= 0; --i)
+      if (v[i]) return i * 64 + 63 - __builtin_clzll(v[i]);
+    return -1;
+  }
+
+  // dst ^= src * x^shift.
+  static void xor_shift(uint64_t *dst, const uint64_t *src, int src_words, int shift) {
+    const int ws = shift >> 6, bs = shift & 63;
+    if (!bs) {
+      for (int i = 0; i < src_words; ++i) dst[ws + i] ^= src[i];
+      return;
+    }
+    uint64_t carry = 0;
+    for (int i = 0; i < src_words; ++i) {
+      dst[ws + i] ^= (src[i] << bs) | carry;
+      carry = src[i] >> (64 - bs);
+    }
+    dst[ws + src_words] ^= carry;
+  }
+
+  // True when gcd(x, y) = 1 (both of degree <= kP, W words).
+  static bool coprime(const uint64_t *x, const uint64_t *y) {
+    constexpr int W = gf2::words_for_bits(kP + 1);
+    uint64_t bufa[W + 2] = {}, bufb[W + 2] = {};
+    std::memcpy(bufa, x, sizeof(uint64_t) * W);
+    std::memcpy(bufb, y, sizeof(uint64_t) * W);
+    uint64_t *a = bufa, *b = bufb;
+    int da = deg_from(a, W), db = deg_from(b, W);
+    while (db >= 0) {
+      if (da < db) {
+        std::swap(a, b);
+        std::swap(da, db);
+      }
+      xor_shift(a, b, gf2::words_for_bits(db + 1), da - db);
+      da = deg_from(a, gf2::words_for_bits(da + 1));
+    }
+    return da == 0;
+  }
+
+  // x^(2^kP) = x (mod phi), with Barrett reduction on carry-less
+  // multiplication (PCLMULQDQ; this offline tool is not bound to the
+  // library's instruction set).  On the way it rejects polynomials with a
+  // factor of degree 17 .. 256 early: the product of x^(2^i) - x over a range
+  // of i shares a factor with phi exactly when phi has a factor whose degree
+  // divides some i of the range.
   bool irreducible_barrett() {
     ++full_tests;
     constexpr int W = gf2::words_for_bits(kP + 1);  // 35
     const uint64_t *f = phi.data();
+    uint64_t fw[W + 2] = {};
+    std::memcpy(fw, f, sizeof(uint64_t) * W);
     // mu = floor(x^(2p) / f), degree p.
-    uint64_t rem[2 * W + 1] = {}, mu[W + 2] = {};
+    uint64_t rem[2 * W + 4] = {}, mu[W + 2] = {};
     gf2::flip_bit(rem, 2 * kP);
     for (int i = 2 * kP; i >= kP; --i) {
       if (!gf2::get_bit(rem, i)) continue;
       gf2::flip_bit(mu, i - kP);
-      const int sh = i - kP;
-      for (int b = 0; b <= kP; ++b)
-        if (gf2::get_bit(f, b)) gf2::flip_bit(rem, b + sh);
+      xor_shift(rem, fw, W, i - kP);
     }
-    uint64_t a[W] = {}, sq[2 * W + 2], hi[W + 1], t[2 * W + 4], q[W + 2] = {}, u[2 * W + 4];
-    uint64_t fw[W + 2] = {};
-    std::memcpy(fw, f, sizeof(uint64_t) * W);
+    uint64_t a[W + 2] = {}, sq[2 * W + 2], hi[W + 1], t[2 * W + 4], q[W + 2] = {}, u[2 * W + 4];
+    uint64_t acc[W + 2] = {}, d[W + 2] = {}, prod[2 * W + 4];
+    auto reduce_into = [&](const uint64_t *full, uint64_t *out) {
+      shift_down(full, 2 * W, kP, hi, W);
+      clmul(hi, W, mu, W, t, (kP >> 6) - 1, 2 * W - 1);
+      shift_down(t, 2 * W, kP, q, W);
+      clmul(q, W, fw, W, u, 0, W - 1);
+      for (int i = 0; i < W; ++i) out[i] = full[i] ^ u[i];
+      out[W - 1] &= (uint64_t{1} << (kP & 63)) - 1;
+    };
     a[0] = 2;
+    acc[0] = 1;
     auto spread32 = [](uint64_t x) {
       x = (x | (x << 16)) & 0x0000FFFF0000FFFFull;
       x = (x | (x << 8)) & 0x00FF00FF00FF00FFull;
@@ -211,18 +267,25 @@ struct Searcher {
       x = (x | (x << 2)) & 0x3333333333333333ull;
       return (x | (x << 1)) & 0x5555555555555555ull;
     };
-    for (int it = 0; it < kP; ++it) {
+    for (int it = 1; it <= kP; ++it) {  // afterwards a = x^(2^it) mod f
       for (int i = 0; i < W; ++i) {
         sq[2 * i] = spread32(a[i] & 0xFFFFFFFFu);
         sq[2 * i + 1] = spread32(a[i] >> 32);
       }
       sq[2 * W] = sq[2 * W + 1] = 0;
-      shift_down(sq, 2 * W, kP, hi, W);
-      clmul(hi, W, mu, W, t, (kP >> 6) - 1, 2 * W - 1);
-      shift_down(t, 2 * W, kP, q, W);
-      clmul(q, W, fw, W, u, 0, W - 1);
-      for (int i = 0; i < W; ++i) a[i] = sq[i] ^ u[i];
-      a[W - 1] &= (uint64_t{1} << (kP & 63)) - 1;
+      reduce_into(sq, a);
+      if (it > kSieveDegree && it <= 256) {
+        std::memcpy(d, a, sizeof(uint64_t) * W);
+        d[0] ^= 2;  // x^(2^it) - x
+        clmul(acc, W, d, W, prod, 0, 2 * W - 1);
+        prod[2 * W] = prod[2 * W + 1] = 0;
+        reduce_into(prod, acc);
+        if (it == 64 || it == 256) {
+          if (!coprime(acc, fw)) return false;
+          std::memset(acc, 0, sizeof acc);
+          acc[0] = 1;
+        }
+      }
     }
     if (a[0] != 2) return false;
     for (int i = 1; i < W; ++i)
@@ -249,7 +312,6 @@ struct Searcher {
 // ---- fast search over the affine model -------------------------------------
 
 constexpr int kPW = gf2::words_for_bits(kP + 1);
-constexpr int kSieveDegree = 16;
 
 struct Poly {
   uint64_t w[kPW];
