@@ -20,7 +20,8 @@
 // P_k are measured once (and the affine model re-verified at random points);
 // a candidate's residues modulo every irreducible polynomial of degree <= 16
 // then cost two table lookups each, and only candidates without a small
-// factor reach the full test.  The check mode recomputes each row's
+// factor reach the full test, which also drops factors of degree 17 .. 256
+// early (see irreducible_barrett).  The check mode recomputes each row's
 // polynomial independently by Berlekamp-Massey.
 //
 // Usage:
