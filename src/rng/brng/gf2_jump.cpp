@@ -49,18 +49,6 @@ inline uint64_t spread32(uint64_t x) {
   return x;
 }
 
-// d[0 .. n) ^= t[0 .. n), two words per SSE2 operation.
-inline void xor_words(uint64_t *d, const uint64_t *t, long n) {
-  long k = 0;
-  for (; k + 4 <= n; k += 4) {
-    __m128i *dv = reinterpret_cast<__m128i *>(d + k);
-    const __m128i *tv = reinterpret_cast<const __m128i *>(t + k);
-    _mm_storeu_si128(dv, _mm_xor_si128(_mm_loadu_si128(dv), _mm_loadu_si128(tv)));
-    _mm_storeu_si128(dv + 1, _mm_xor_si128(_mm_loadu_si128(dv + 1), _mm_loadu_si128(tv + 1)));
-  }
-  for (; k < n; ++k) d[k] ^= t[k];
-}
-
 }  // namespace
 
 std::size_t bm_scratch_words(int len) {
@@ -115,25 +103,24 @@ int berlekamp_massey(const uint64_t *s, int len, uint64_t *out, uint64_t *scratc
 
 std::size_t modulus_storage_words(int deg) {
   const std::size_t rw = std::size_t(words_for_bits(deg));
-  const std::size_t row = std::size_t(words_for_bits(deg + 72));
-  return 8 * rw + 8 * 256 * row + 71 * (rw + 1) + row;
+  // low (64 rows), tables (8 * 256 rows), M_i = x^(deg+i) mod f for
+  // i < E - deg + 64 (at most 127 rows).
+  return 64 * rw + 8 * 256 * rw + 128 * (rw + 1);
 }
 
 void modulus_init(Modulus &m, const uint64_t *f, int deg, uint64_t *storage) {
   m.deg = deg;
   m.rw = words_for_bits(deg);
-  m.row_words = words_for_bits(deg + 72);
-  const int rw = m.rw, row = m.row_words;
+  m.top = m.rw;  // E = 64 * rw is the first multiple of 64 at or above deg
+  const int rw = m.rw, E = 64 * rw;
   std::memset(storage, 0, modulus_storage_words(deg) * sizeof(uint64_t));
   uint64_t *low = storage;
-  uint64_t *tab = low + 8 * rw;
-  uint64_t *M = tab + std::size_t(8) * 256 * row;  // M_i = x^(deg+i) mod f
-  uint64_t *U = M + 71 * (rw + 1);
-  const int mw = rw + 1;
-  // M_0: f without its leading term.
+  uint64_t *tab = low + 64 * rw;
+  uint64_t *M = tab + std::size_t(8) * 256 * rw;
+  const int mw = rw + 1, count = E - deg + 64;
   for (int i = 0; i < deg; ++i)
     if (get_bit(f, i)) flip_bit(M, i);
-  for (int i = 1; i < 71; ++i) {
+  for (int i = 1; i < count; ++i) {
     const uint64_t *prev = M + (i - 1) * mw;
     uint64_t *cur = M + i * mw;
     const int top = get_bit(prev, deg - 1);
@@ -146,54 +133,48 @@ void modulus_init(Modulus &m, const uint64_t *f, int deg, uint64_t *storage) {
     if (top)
       for (int k = 0; k < rw; ++k) cur[k] ^= M[k];
   }
-  for (int i = 0; i < 8; ++i) {
+  for (int i = 0; i < 64 && i < count; ++i)
     std::memcpy(low + i * rw, M + i * mw, sizeof(uint64_t) * rw);
-    m.low[i] = low + i * rw;
-  }
   for (int j = 0; j < 8; ++j) {
-    const int e = (((8 * j - deg) % 64) + 64) % 64;
-    uint64_t *tj = tab + std::size_t(j) * 256 * row;
+    uint64_t *tj = tab + std::size_t(j) * 256 * rw;
     for (int v = 1; v < 256; ++v) {
       const int k = __builtin_ctz(unsigned(v));
-      // U = x^(deg+e+k) + (x^(deg+e+k) mod f): a multiple of f whose only
-      // term at or above deg+e is the single bit deg+e+k.
-      std::memset(U, 0, sizeof(uint64_t) * row);
-      flip_bit(U, deg + e + k);
-      const uint64_t *mk = M + (e + k) * mw;
-      for (int w = 0; w < rw; ++w) U[w] ^= mk[w];
-      const uint64_t *base = tj + std::size_t(v & (v - 1)) * row;
-      uint64_t *dst = tj + std::size_t(v) * row;
-      for (int w = 0; w < row; ++w) dst[w] = base[w] ^ U[w];
+      const uint64_t *mk = M + (E - deg + 8 * j + k) * mw;  // x^(E + 8j + k) mod f
+      const uint64_t *base = tj + std::size_t(v & (v - 1)) * rw;
+      uint64_t *dst = tj + std::size_t(v) * rw;
+      for (int w = 0; w < rw; ++w) dst[w] = base[w] ^ mk[w];
     }
   }
+  m.low = low;
   m.tab = tab;
 }
 
 void reduce(const Modulus &m, uint64_t *p, int words) {
-  const int deg = m.deg, row = m.row_words;
-  for (int w = words - 1; w >= (deg >> 6); --w) {
-    for (int j = 7; j >= 0; --j) {
-      const long P0 = 64L * w + 8 * j;
-      if (P0 < deg) break;
-      const unsigned v = unsigned(p[w] >> (8 * j)) & 255u;
-      if (!v) continue;
-      const int e = (((8 * j - deg) % 64) + 64) % 64;
-      const long s = (P0 - deg - e) >> 6;
-      const uint64_t *t = m.tab + (std::size_t(j) * 256 + v) * row;
-      long n = row;
-      if (s + n > words) n = words - s;
-      xor_words(p + s, t, n);
+  const int rw = m.rw;
+  const std::size_t plane = std::size_t(256) * rw;
+  for (int w = words - 1; w >= m.top; --w) {
+    const uint64_t x = p[w];
+    if (!x) continue;
+    p[w] = 0;
+    const uint64_t *r[8];
+    for (int j = 0; j < 8; ++j) r[j] = m.tab + j * plane + std::size_t((x >> (8 * j)) & 255u) * rw;
+    uint64_t *d = p + (w - m.top);
+    int k = 0;
+    for (; k + 2 <= rw; k += 2) {
+      __m128i acc = _mm_loadu_si128(reinterpret_cast<const __m128i *>(d + k));
+      for (int j = 0; j < 8; ++j)
+        acc = _mm_xor_si128(acc, _mm_loadu_si128(reinterpret_cast<const __m128i *>(r[j] + k)));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(d + k), acc);
     }
+    for (; k < rw; ++k) d[k] ^= r[0][k] ^ r[1][k] ^ r[2][k] ^ r[3][k] ^ r[4][k] ^ r[5][k] ^ r[6][k] ^ r[7][k];
   }
-  // At most seven bits between deg and the first byte boundary above it.
-  const int first_byte = (deg + 7) & ~7;
-  for (int i = first_byte - deg - 1; i >= 0; --i) {
-    const long b = long(deg) + i;
-    if (b >= 64L * words) continue;
-    if (get_bit(p, b)) {
-      flip_bit(p, b);
-      for (int k = 0; k < m.rw; ++k) p[k] ^= m.low[i][k];
-    }
+  // Bits deg .. E-1 (fewer than 64, none when deg is a multiple of 64).
+  const int E = 64 * m.top;
+  for (int b = E - 1; b >= m.deg; --b) {
+    if (b >= 64 * words || !get_bit(p, b)) continue;
+    flip_bit(p, b);
+    const uint64_t *l = m.low + std::size_t(b - m.deg) * rw;
+    for (int k = 0; k < rw; ++k) p[k] ^= l[k];
   }
 }
 
@@ -237,7 +218,7 @@ void x_power_mod(const Modulus &m, unsigned __int128 e, uint64_t *out, uint64_t 
       }
       if (deg & 63) out[deg >> 6] &= ~(uint64_t{1} << (deg & 63));
       if (carry_top)
-        for (int k = 0; k < rw; ++k) out[k] ^= m.low[0][k];
+        for (int k = 0; k < rw; ++k) out[k] ^= m.low[k];
     }
   }
 }

@@ -29,16 +29,19 @@ int degree(const uint64_t *p, int words);
 std::size_t bm_scratch_words(int len);
 int berlekamp_massey(const uint64_t *s, int len, uint64_t *out, uint64_t *scratch);
 
-// Reduction modulo a fixed polynomial f of degree `deg`, eight bits at a
-// time: for every byte position within a word there is a table of the 256
-// multiples of f whose top byte is that byte, so reducing one word of the
-// excess costs eight table rows.  The tables cost 8 * 256 * row_words words.
+// Reduction modulo a fixed polynomial f of degree `deg`, a whole 64-bit word
+// at a time.  With E the first multiple of 64 at or above deg, table j holds
+// v * x^(E + 8j) mod f for the 256 byte values v: a word at or above bit E is
+// replaced by the sum of eight rows, all chosen from the word's original
+// bytes (every row lands strictly below that word, so the eight look-ups are
+// independent and the rows are summed in one pass).  The few bits between
+// deg and E are then reduced one by one.  The tables cost 8 * 256 * rw words.
 struct Modulus {
   int deg = 0;        // degree of f
   int rw = 0;         // words of a reduced residue: words_for_bits(deg)
-  int row_words = 0;  // words of one table row
-  const uint64_t *low[8] = {};  // x^(deg + i) mod f for i < 8 (rw words each)
-  const uint64_t *tab = nullptr;  // [8][256][row_words]
+  int top = 0;        // E / 64: first word reduced by the tables
+  const uint64_t *low = nullptr;  // x^(deg + i) mod f for i < 64 (rw words each)
+  const uint64_t *tab = nullptr;  // [8][256][rw]
 };
 
 std::size_t modulus_storage_words(int deg);

@@ -184,10 +184,15 @@ struct Window {
     w[o] = w[om] ^ twist(w[o], w[o1]);
     o = o1;
   }
+  static void xor_into(uint32_t *d, const uint32_t *s, int n) {
+    int j = 0;
+    for (; j + 4 <= n; j += 4) store(d + j, _mm_xor_si128(load(d + j), load(s + j)));
+    for (; j < n; ++j) d[j] ^= s[j];
+  }
   void add(const uint32_t *v) {
     const int head = kN - o;
-    for (int j = 0; j < head; ++j) w[o + j] ^= v[j];
-    for (int j = head; j < kN; ++j) w[j - head] ^= v[j];
+    xor_into(w + o, v, head);
+    xor_into(w, v + head, kN - head);
   }
 };
 
