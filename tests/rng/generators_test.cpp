@@ -429,3 +429,25 @@ TEST(Generators, PendingRowsRefuseEveryCall) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_P(AllGenerators, EmptyAndNegativeCountsWriteNothing) {
+  const GenCase &g = GetParam();
+  Stream s(g.brng, g.seed), ref(g.brng, g.seed);
+  const GeneratorRecord &row = qor_test::row_of(s.get());
+  uint32_t u[8] = {1, 2, 3, 4, 5, 6, 7, 8};
+  double d[2] = {-7.0, -7.0};
+  float f[2] = {-7.0f, -7.0f};
+  for (int32_t n : {0, -1, -100000}) {
+    EXPECT_EQ(row.generateI(s.get(), n, u), 0);
+    EXPECT_EQ(row.generateD(s.get(), n, d, 0.0, 1.0), 0);
+    EXPECT_EQ(row.generateS(s.get(), n, f, 0.0f, 1.0f), 0);
+  }
+  EXPECT_EQ(u[0], 1u);
+  EXPECT_EQ(d[0], -7.0);
+  EXPECT_EQ(f[0], -7.0f);
+  EXPECT_EQ(words(s.get(), 40), words(ref.get(), 40));
+}
+
+}  // namespace

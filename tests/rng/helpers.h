@@ -28,6 +28,11 @@ class Stream {
     return &p_;
   }
   void *get() const { return p_; }
+  void *release() {
+    void *p = p_;
+    p_ = nullptr;
+    return p;
+  }
   int32_t status() const { return status_; }
 
  private:

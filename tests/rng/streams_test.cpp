@@ -45,6 +45,10 @@ TEST(Streams, NewStreamFillsTheHeader) {
   EXPECT_EQ(__rixGetStreamStateBrng(s.get()), QOR_BRNG_MRG32K3A);
   Stream legacy(100, {1});  // WH member 96 through its legacy identifier
   EXPECT_EQ(__rixGetStreamStateBrng(legacy.get()), 100);
+  void *gone = s.release();
+  EXPECT_EQ(__rixDeleteStream(&gone), 0);
+  EXPECT_EQ(gone, nullptr);
+  EXPECT_EQ(__rixDeleteStream(&gone), 0);  // deleting a null stream is harmless
 }
 
 TEST(Streams, RefusedIdentifiersAllocateNothing) {

@@ -84,8 +84,9 @@ QOR_API GeneratorRecord __RegBrngs[QOR_RNG_REGISTRY_CAPACITY] = {
 namespace qor::rng {
 
 int32_t registered_brng_count = QOR_RNG_BUILTIN_ROWS;
-int32_t brng_member_counts[QOR_RNG_REGISTRY_CAPACITY] = {1, 1, 1, 1, 273, 1, 1,    1,
-                                                          6024, 1, 1, 1, 1,  1, 1, 1};
+// Members per row: the WH set (row 4) has 273, the MT2203 set (row 8) 6024.
+int32_t brng_member_counts[QOR_RNG_REGISTRY_CAPACITY] = {1,    1, 1, 1, 273, 1, 1, 1,
+                                                          6024, 1, 1, 1, 1,   1, 1, 1};
 
 const GeneratorRecord *row_of(int32_t brng) {
   int32_t row = 0, member = 0;

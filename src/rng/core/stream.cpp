@@ -64,6 +64,8 @@ QOR_API int32_t __rixAllocateStream(void **stream, const GeneratorRecord *table,
 }
 
 QOR_API int32_t __rixDeleteStream(void **stream) {
+  // Deleting nothing is harmless rather than a crash.
+  if (!stream || !*stream) return QOR_RNG_OK;
   __rixDeleteChunks(*stream);
   qor_serv_deallocate(*stream);
   *stream = nullptr;
