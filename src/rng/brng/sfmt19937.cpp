@@ -74,9 +74,52 @@ void regenerate(uint32_t *x32) {
   }
 }
 
+// Generates `blocks` whole blocks straight into the caller's array (which
+// need not be aligned): each group is computed from groups already written
+// there, so the output is read back only from cache, and the state receives
+// the last block at the end.
+void generate_blocks(uint32_t *x32, uint32_t *out32, int blocks) {
+  const __m128i *st = reinterpret_cast<const __m128i *>(x32);
+  auto at = [out32](int t) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(out32 + 4 * t)); };
+  auto put = [out32](int t, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i *>(out32 + 4 * t), v); };
+  const __m128i mask = mask_vector();
+  __m128i r1 = _mm_load_si128(st + kN - 2), r2 = _mm_load_si128(st + kN - 1);
+  int t = 0;
+  for (; t < kN - kPos1; ++t) {
+    const __m128i v = recursion(_mm_load_si128(st + t), _mm_load_si128(st + t + kPos1), r1, r2, mask);
+    put(t, v);
+    r1 = r2;
+    r2 = v;
+  }
+  for (; t < kN; ++t) {
+    const __m128i v = recursion(_mm_load_si128(st + t), at(t + kPos1 - kN), r1, r2, mask);
+    put(t, v);
+    r1 = r2;
+    r2 = v;
+  }
+  const int total = blocks * kN;
+  for (; t < total; ++t) {
+    const __m128i v = recursion(at(t - kN), at(t - kN + kPos1), r1, r2, mask);
+    put(t, v);
+    r1 = r2;
+    r2 = v;
+  }
+  std::memcpy(x32, out32 + 4 * (total - kN), sizeof(uint32_t) * kN32);
+}
+
 void fill(SfmtState *s, uint32_t *r, int n) {
   while (n > 0) {
     int idx = int(s->pos % kN32);
+    if (idx == 0 && n >= kN32) {
+      const int blocks = n / kN32;
+      generate_blocks(s->x, r, blocks);
+      const int k = blocks * kN32;
+      s->pos += uint64_t(k);
+      if (s->pos >= kPosModulus) s->pos -= kPosModulus;
+      r += k;
+      n -= k;
+      continue;
+    }
     if (idx == 0) regenerate(s->x);
     int k = kN32 - idx;
     if (k > n) k = n;
