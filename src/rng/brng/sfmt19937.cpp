@@ -131,6 +131,22 @@ void fill(SfmtState *s, uint32_t *r, int n) {
   }
 }
 
+// Hands the next n output words to use(words, count) as runs inside the
+// block, regenerating the block as it is used up.
+template <class Use>
+void for_each_run(SfmtState *s, int n, Use use) {
+  while (n > 0) {
+    const int idx = int(s->pos % kN32);
+    if (idx == 0) regenerate(s->x);
+    int k = kN32 - idx;
+    if (k > n) k = n;
+    use(s->x + idx, k);
+    s->pos += uint64_t(k);
+    if (s->pos >= kPosModulus) s->pos -= kPosModulus;
+    n -= k;
+  }
+}
+
 inline uint32_t mix1(uint32_t x) { return (x ^ (x >> 27)) * 1664525u; }
 inline uint32_t mix2(uint32_t x) { return (x ^ (x >> 27)) * 1566083941u; }
 
@@ -351,14 +367,18 @@ QOR_API int32_t __rixiBRngSFMT19937(void *stream, int32_t n, void *r) {
 }
 
 QOR_API int32_t __rixsBRngSFMT19937(void *stream, int32_t n, float *r, float a, float b) {
+  // Output words are the state words themselves, so they are scaled
+  // straight from the block.
   auto *s = state_of<SfmtState>(stream);
-  generate_float([s](uint32_t *u, int k) { fill(s, u, k); }, n, r, a, b);
+  const float f = (b - a) * 2.3283064365386963e-10f;
+  for_each_run(s, n, [&](const uint32_t *u, int k) { scale_to_float(u, k, r, a, b, f); r += k; });
   return kOk;
 }
 
 QOR_API int32_t __rixdBRngSFMT19937(void *stream, int32_t n, double *r, double a, double b) {
   auto *s = state_of<SfmtState>(stream);
-  generate_double([s](uint32_t *u, int k) { fill(s, u, k); }, n, r, a, b);
+  const double f = (b - a) * 2.3283064365386963e-10;
+  for_each_run(s, n, [&](const uint32_t *u, int k) { scale_to_double(u, k, r, a, b, f); r += k; });
   return kOk;
 }
 
