@@ -18,9 +18,8 @@ namespace qor_io_test {
 
 using Bytes = std::vector<unsigned char>;
 
-// Generators of the built-in table that can be seeded in this build; the
-// others (rows whose generators are still pending, the abstract rows) are
-// left out, so rows that arrive later are covered without test changes.
+// Generators of the built-in table that can be seeded with no seed words;
+// the abstract rows, which need the caller's buffers, are left out.
 inline std::vector<int32_t> seedable_builtins() {
   std::vector<int32_t> ids;
   for (int32_t row = 0; row < QOR_RNG_BUILTIN_ROWS; ++row) {
