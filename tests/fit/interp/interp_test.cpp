@@ -15,6 +15,7 @@
 #include "qor/fit.h"
 #include "qor/fit_construct.h"
 #include "qor/fit_interp.h"
+#include "fit/task.h"
 
 namespace {
 
@@ -510,7 +511,22 @@ TEST(InterpStatus, EveryStatusInOrder) {
               c.want)
         << c.what;
   EXPECT_EQ(r[0], -9);
-  // A dead record: 0 and nothing done.
+  // A record whose live mark is not 1: 0 and nothing done, whatever else is
+  // wrong with the call.
+  auto *rec = reinterpret_cast<qor::fit::Task *>(s.task);
+  rec->live = 0;
+  r[0] = -9;
+  cell[0] = -9;
+  EXPECT_EQ(qor_df_kernel_dDFInterpolate1D(s.task, 3, 2, t, 0, 1, nullptr, nullptr, r, 0, cell, nullptr,
+                                           nullptr, nullptr, nullptr, nullptr, nullptr),
+            0);
+  EXPECT_EQ(qor_df_kernel_dDFInterpolate1D(s.task, 9, -1, nullptr, 0, 1, nullptr, nullptr, r, 0, cell,
+                                           nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+            0);
+  EXPECT_EQ(qor_df_kernel_dDFIntegrate1D(s.task, 2, t, 0, t, 0, r, 0, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(r[0], -9);
+  EXPECT_EQ(cell[0], -9);
+  rec->live = 1;
   qor_df_kernel_DeleteTask(&st);
 }
 
