@@ -75,9 +75,22 @@ struct Elem16 {
   uint64_t lo, hi;
 };
 
-template <class K>
-const void *code(K k) {
-  return reinterpret_cast<const void *>(k);
+// A table as stored: the three slots keep their kernels' own pointer types,
+// so the object is a constant (no run-time initialisation, read-only after
+// relocation); its layout is that of QorPexKernelTable.
+template <class K0, class K1, class K2>
+struct TypedTable {
+  K0 kernel0;
+  K1 kernel1;
+  K2 kernel2;
+  float cost[3];
+  uint8_t zero[12];
+};
+template <class K0, class K1, class K2>
+constexpr bool same_layout() {
+  using Tt = TypedTable<K0, K1, K2>;
+  return sizeof(Tt) == sizeof(QorPexKernelTable) && offsetof(Tt, kernel1) == 8 &&
+         offsetof(Tt, kernel2) == 16 && offsetof(Tt, cost) == 24 && offsetof(Tt, zero) == 36;
 }
 
 }  // namespace qor::vm::tables
@@ -122,7 +135,7 @@ const void *code(K k) {
 
 // Kernel for (row, slot, form).
 #define QOR_VM_KGEN(SH, t, IMPL, F, S, N, form) \
-  ::qor::vm::tables::code(&::qor::vm::shape::SH<QOR_VM_OP_##IMPL(F), QOR_VM_T_##t, S, N>::form)
+  (&::qor::vm::shape::SH<QOR_VM_OP_##IMPL(F), QOR_VM_T_##t, S, N>::form)
 #define QOR_VM_K_U QOR_VM_KGEN
 #define QOR_VM_K_B QOR_VM_KGEN
 #define QOR_VM_K_X QOR_VM_KGEN
@@ -134,7 +147,7 @@ const void *code(K k) {
 #define QOR_VM_K_CX QOR_VM_KGEN
 #define QOR_VM_K_CR QOR_VM_KGEN
 #define QOR_VM_K_CC QOR_VM_KGEN
-#define QOR_VM_KPACK(t, fn) ::qor::vm::tables::code(&::qor::vm::shape::Pack<QOR_VM_E_##t>::fn)
+#define QOR_VM_KPACK(t, fn) (&::qor::vm::shape::Pack<QOR_VM_E_##t>::fn)
 #define QOR_VM_K_P_PackI(SH, t, IMPL, F, S, N, form) QOR_VM_KPACK(t, packI)
 #define QOR_VM_K_P_PackV(SH, t, IMPL, F, S, N, form) QOR_VM_KPACK(t, packV)
 #define QOR_VM_K_P_PackM(SH, t, IMPL, F, S, N, form) QOR_VM_KPACK(t, packM)
@@ -218,13 +231,20 @@ const void *code(K k) {
 
 // One table with its entry points.
 #define QOR_VM_TABLE(t, id, SH, SHARE, IMPL, F, N, form, c0, c1, c2)                      \
-  extern "C" __attribute__((visibility("hidden"), used, aligned(16)))                     \
-  const QorPexKernelTable qor_vm_tab_##id = {                                            \
-      {QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT0_##SHARE, N, form),                      \
-       QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT1_##SHARE, N, form),                      \
-       QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT2_##SHARE, N, form)},                     \
-      {c0, c1, c2},                                                                       \
-      {}};                                                                                \
+  namespace qor::vm::tables {                                                             \
+  using K0_##id = decltype(QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT0_##SHARE, N, form));  \
+  using K1_##id = decltype(QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT1_##SHARE, N, form));  \
+  using K2_##id = decltype(QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT2_##SHARE, N, form));  \
+  static_assert(same_layout<K0_##id, K1_##id, K2_##id>());                                \
+  }                                                                                       \
+  extern "C" __attribute__((visibility("hidden"), used, aligned(16))) constinit const     \
+      ::qor::vm::tables::TypedTable<::qor::vm::tables::K0_##id, ::qor::vm::tables::K1_##id, \
+                                    ::qor::vm::tables::K2_##id>                           \
+          qor_vm_tab_##id = {QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT0_##SHARE, N, form),  \
+                             QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT1_##SHARE, N, form),  \
+                             QOR_VM_K_##SH(SH, t, IMPL, F, QOR_VM_SLOT2_##SHARE, N, form),  \
+                             {c0, c1, c2},                                                  \
+                             {}};                                                           \
   QOR_VM_EXPORT_TABLE("qor_vm_tab_" #id, "qor_pex_kernel_" #id "_ttab",                  \
                       "qor_pex_kernel_" #id "_ctab")                                      \
   QOR_VM_ENTRIES(SH, t, form, #id, "qor_vm_tab_" #id)

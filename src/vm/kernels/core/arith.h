@@ -344,13 +344,13 @@ struct NextAfter {
     auto grow = W::or_(W::and_(W::lt(a, b), W::ge(a, W::zero())),
                        W::and_(W::gt(a, b), W::le(a, W::zero())));
     auto one = W::iset1(1);
-    auto stepped = W::as_fp(W::blend(W::as_fp(W::isub(ia, one)), W::as_fp(W::iadd(ia, one)), grow));
+    auto stepped = W::blend(W::as_fp(W::isub(ia, one)), W::as_fp(W::iadd(ia, one)), grow);
     // from zero: the smallest subnormal with the sign of b
     auto tiny = W::or_(W::as_fp(one), W::and_(b, W::signmask()));
-    auto r = W::blend(stepped, tiny, is_zero<T>(mag));
+    auto mag_zero = W::as_fp(W::ieq(W::as_int(mag), W::iset1(0)));
+    auto r = W::blend(stepped, tiny, mag_zero);
     r = W::blend(r, b, W::eq(a, b));
     return W::blend(r, W::add(a, b), W::unord(a, b));
-    (void)mag;
   }
   template <class T, int S> static int special(R<T> a, R<T> b, R<T> r) {
     using W = V<T>;

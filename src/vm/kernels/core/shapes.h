@@ -37,7 +37,7 @@ struct U {
   using Op = Pick<Op0, T, S>;
   template <class A, class Out>
   static void run(int n, const A &a, const Out &out, const Reporter<T> &rep) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     if constexpr (has_vec1<Op, T, S>)
       simd_loop<Op, T, S>(n, out, rep, a);
@@ -59,7 +59,7 @@ struct B {
   using Op = Pick<Op0, T, S>;
   template <class A, class Bs, class Out>
   static void run(int n, const A &a, const Bs &b, const Out &out, const Reporter<T> &rep) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     if constexpr (has_vec2<Op, T, S>)
       simd_loop<Op, T, S>(n, out, rep, a, b);
@@ -97,7 +97,7 @@ template <class Op, class T, int S, class Name>
 struct J {
   template <class A, class Out>
   static void run(int n, const A &a, int order, const Out &out, const Reporter<T> &rep) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     elem_loop(
         n, out, rep, [order](int &c, T x) { return Op::template elem<T, S>(order, x, c); }, a);
@@ -116,7 +116,7 @@ template <class Op, class T, int S, class Name>
 struct R2 {
   template <class A, class Out>
   static void run(int n, const A &a, const Out &o1, const Out &o2, const Reporter<T> &rep) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     if constexpr (requires(typename V<T>::reg x) { Op::template vec2<T, S>(x, x, x); }) {
       constexpr int L = V<T>::lanes;
@@ -157,7 +157,7 @@ struct LF {
   };
   template <class A, class Bs, class Out>
   static void run(int n, const A &a, const Bs &b, T sa, T ha, T sb, T hb, const Out &out) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     using W = V<T>;
     constexpr int L = W::lanes;
@@ -198,7 +198,7 @@ template <class Op, class T, int S, class Name>
 struct CU {
   template <class A, class Out>
   static void run(int n, const A &a, const Out &out, const Reporter<Cx<T>> &rep) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     elem_loop(n, out, rep, [](int &c, Cx<T> x) { return Op::template elem<T, S>(x, c); }, a);
   }
@@ -216,7 +216,7 @@ template <class Op, class T, int S, class Name>
 struct CB {
   template <class A, class Bs, class Out>
   static void run(int n, const A &a, const Bs &b, const Out &out, const Reporter<Cx<T>> &rep) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     elem_loop(
         n, out, rep, [](int &c, Cx<T> x, Cx<T> y) { return Op::template elem<T, S>(x, y, c); },
@@ -266,7 +266,7 @@ struct CR {
   template <class A, class Out>
   static void run(int n, const A &a, const T *abase, int32_t inca, bool contiguous,
                   const Out &out) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     for (int i = 0; i < n; ++i) {
       int code = 0;
@@ -300,7 +300,7 @@ template <class Op, class T, int S, class Name>
 struct CC {
   template <class A, class Out>
   static void run(int n, const A &a, const Out &out, T *rbase, int32_t incr) {
-    frame::Guard<frame_of<Op, T, S>()> g;
+    [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
     for (int i = 0; i < n; ++i) {
       int code = 0;
