@@ -82,7 +82,11 @@ inline R<float> recip_safe_lanes(R<float> b) {
   return W::and_(W::ge(m, W::set1(0x1p-125f)), W::le(m, W::set1(0x1p125f)));
 }
 
+struct DivHA;
 struct Div {
+  // the high-accuracy single-precision kernel is the element-wise one below
+  template <class T, int S>
+  using pick = std::conditional_t<std::is_same_v<T, float> && S == 1, DivHA, Div>;
   template <class T, int S> static R<T> vec(R<T> a, R<T> b) {
     using W = V<T>;
     if constexpr (std::is_same_v<T, float> && S == 2) {
