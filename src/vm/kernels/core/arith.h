@@ -211,14 +211,11 @@ struct InvSqrt {
   }
 };
 
-// Cube root: float evaluated in double (correctly rounded except in rare
-// double-rounding ties), double through the C library (within 1 ulp).
+// Cube root, one element at a time: evaluated in x87 extended precision and
+// rounded once (the double C library routine alone is off by up to 2 ulp).
 struct Cbrt {
   template <class T, int S> static T elem(T a, int &) {
-    if constexpr (std::is_same_v<T, float>)
-      return float(std::cbrt(double(a)));
-    else
-      return std::cbrt(a);
+    return T(std::cbrt(static_cast<long double>(a)));
   }
 };
 
