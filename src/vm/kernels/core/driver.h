@@ -224,6 +224,17 @@ inline void simd_loop(int n, const Out &out, const Rep &rep, const Src &...src) 
   constexpr int L = V<T>::lanes;
   const int body = n & ~(L - 1);
   int i = 0;
+  // Two registers per trip: a one-instruction operation is otherwise bound
+  // by the loop's own bookkeeping.
+  for (; i + 2 * L <= body; i += 2 * L) {
+    if constexpr (sizeof...(Src) == 1) {
+      step1<Op, T, S>(i, L, out, rep, src...);
+      step1<Op, T, S>(i + L, L, out, rep, src...);
+    } else {
+      step2<Op, T, S>(i, L, out, rep, src...);
+      step2<Op, T, S>(i + L, L, out, rep, src...);
+    }
+  }
   for (; i < body; i += L) {
     if constexpr (sizeof...(Src) == 1)
       step1<Op, T, S>(i, L, out, rep, src...);
