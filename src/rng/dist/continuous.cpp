@@ -100,10 +100,13 @@ int32_t gaussian_bm0(void *stream, int32_t n, T *r, T a, T sigma) {
       u[k] = u[2 * k];  // compact the u1 values into the front half
     }
     P::sin(b, ang, ang);
-    P::ln(b, u, u);
-    for (int32_t k = 0; k < b; ++k) u[k] *= T(-2.0);
-    P::sqrt(b, u, u);
-    for (int32_t k = 0; k < b; ++k) out[k] = u[k] * sigma * ang[k] + a;
+    // Out of place: the callback must see the argument (0 for ln 0), which
+    // an in-place kernel would already have overwritten with its result.
+    T *rad = u + kBlock;
+    P::ln(b, u, rad);
+    for (int32_t k = 0; k < b; ++k) rad[k] *= T(-2.0);
+    P::sqrt(b, rad, rad);
+    for (int32_t k = 0; k < b; ++k) out[k] = rad[k] * sigma * ang[k] + a;
     done += b;
   }
   return st;
@@ -149,10 +152,10 @@ int32_t gaussian_bm1(void *stream, int32_t n, T *r, T a, T sigma) {
     // SinCos rather than Cos so that this half is computed exactly as it
     // would have been inside a block.
     P::sincos(1, s, s, c);
-    P::ln(1, u, u);
-    u[0] *= T(-2.0);
-    P::sqrt(1, u, u);
-    r[0] = u[0] * c[0];
+    P::ln(1, u, u + 1);  // out of place, see the block loop
+    u[1] *= T(-2.0);
+    P::sqrt(1, u + 1, u + 1);
+    r[0] = u[1] * c[0];
     w = 1;
     // Consumed: if a later draw fails the stream must not owe it again.
     pair[0] = pair[1] = -1.0;
@@ -169,13 +172,15 @@ int32_t gaussian_bm1(void *stream, int32_t n, T *r, T a, T sigma) {
       u[k] = u[2 * k];
     }
     P::sincos(h, s, s, c);
-    P::ln(h, u, u);
-    for (int32_t k = 0; k < h; ++k) u[k] *= T(-2.0);
-    P::sqrt(h, u, u);
+    // Out of place so that the error callback sees the argument of ln.
+    T *rad = u + kBlock / 2;
+    P::ln(h, u, rad);
+    for (int32_t k = 0; k < h; ++k) rad[k] *= T(-2.0);
+    P::sqrt(h, rad, rad);
     T *out = r + w + done;
     for (int32_t k = 0; k < h; ++k) {
-      out[2 * k] = u[k] * s[k];
-      out[2 * k + 1] = u[k] * c[k];
+      out[2 * k] = rad[k] * s[k];
+      out[2 * k + 1] = rad[k] * c[k];
     }
     done += b;
   }
@@ -186,10 +191,10 @@ int32_t gaussian_bm1(void *stream, int32_t n, T *r, T a, T sigma) {
     u[0] = v[0];
     s[0] = P::kTwoPi * v[1];
     P::sincos(1, s, s, c);
-    P::ln(1, u, u);
-    u[0] *= T(-2.0);
-    P::sqrt(1, u, u);
-    r[n - 1] = u[0] * s[0];
+    P::ln(1, u, u + 1);
+    u[1] *= T(-2.0);
+    P::sqrt(1, u + 1, u + 1);
+    r[n - 1] = u[1] * s[0];
     pair[0] = static_cast<double>(v[0]);
     pair[1] = static_cast<double>(v[1]);
   }
@@ -202,6 +207,8 @@ template <class T>
 int32_t gaussian_icdf(void *stream, int32_t n, T *r, T a, T sigma) {
   const int32_t st = uniform(stream, n, r, T(-1.0), T(1.0));
   if (st < 0 || n < 1) return st;
+  // In place is safe for the callback: ErfInv's result has its argument's
+  // sign, which is all the callback reads for this function.
   Prec<T>::erfinv(n, r, r);
   scale(r, n, a, sigma * Prec<T>::kSqrt2);
   return st;
