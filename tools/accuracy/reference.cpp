@@ -287,6 +287,10 @@ void r_ExpInt1(mpfr_ptr o, mpfr_ptr, mpfr_srcptr const *in, long) {
 // double range by far.
 void bessel_i_mp(mpfr_ptr o, mpfr_srcptr xin, int nu) {
   if (mpfr_nan_p(xin)) return mpfr_set_nan(o);
+  if (nu == 1 && mpfr_zero_p(xin)) {
+    mpfr_set(o, xin, N);  // odd: keeps the sign of zero
+    return;
+  }
   const int sign = (nu == 1 && mpfr_sgn(xin) < 0) ? -1 : 1;
   if (mpfr_inf_p(xin) || mpfr_cmpabs_ui(xin, 800) > 0) return mpfr_set_inf(o, sign);
   const mpfr_prec_t p = wp(o) + 32;
@@ -456,6 +460,28 @@ void c_asinh(C &r, mpfr_srcptr x0, mpfr_srcptr y0) {
   mpfr_abs(x, x0, N);
   mpfr_set(y, y0, N);
   if (neg) mpfr_neg(y, y, N);
+  {
+    // Tiny |z|: asinh z = z - z^3/6 + O(z^5); the logarithm form would lose z.
+    Tmp h(p);
+    mpfr_hypot(h, x, y, N);
+    if (!mpfr_zero_p(h) && mpfr_get_exp(h) < -static_cast<long>(p) / 2) {
+      C z2(p), z3(p);
+      mpfr_fmms(z2.re, x, x, y, y, N);
+      mpfr_mul(z2.im, x, y, N);
+      mpfr_mul_2ui(z2.im, z2.im, 1, N);
+      mpfr_fmms(z3.re, z2.re, x, z2.im, y, N);
+      mpfr_fmma(z3.im, z2.re, y, z2.im, x, N);
+      mpfr_div_ui(z3.re, z3.re, 6, N);
+      mpfr_div_ui(z3.im, z3.im, 6, N);
+      mpfr_sub(r.re, x, z3.re, N);
+      mpfr_sub(r.im, y, z3.im, N);
+      if (neg) {
+        mpfr_neg(r.re, r.re, N);
+        mpfr_neg(r.im, r.im, N);
+      }
+      return;
+    }
+  }
   // w = z^2 + 1 = (x^2 - y^2 + 1) + i 2xy, real part rounded once.
   Tmp x2(2), y2(2), one(2), wr(p), wi(p);
   square_exact(x2, x);

@@ -329,6 +329,8 @@ struct Powr {
   static T eval(T a, T b, int &code) {
     detail::ExtendedPrecision g;
     constexpr T inf = std::numeric_limits<T>::infinity();
+    // A NaN operand gives NaN, except that 1 to any power is 1.
+    if (std::isnan(b) && a == 1) return T(1);
     if (std::isnan(a) || std::isnan(b)) return a + b;
     if (a < 0) return detail::domain<T>(code);
     if (a == 0) {
