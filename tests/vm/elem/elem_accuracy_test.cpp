@@ -59,7 +59,9 @@ TEST_P(ElemAccuracy, WithinSlotBound) {
   EXPECT_EQ(r.code_mismatch, 0) << qor::accuracy::format_report(*c.f, r, true);
   if (known_limit(c)) {
     EXPECT_GE(r.correctly_rounded, r.count * 3 / 4) << qor::accuracy::format_report(*c.f, r, true);
-    if (c.type == 'z') EXPECT_LE(r.max_ulp, 1024.0) << qor::accuracy::format_report(*c.f, r, true);
+    if (c.type == 'z') {
+      EXPECT_LE(r.max_ulp, 1024.0) << qor::accuracy::format_report(*c.f, r, true);
+    }
     return;
   }
   EXPECT_LE(r.max_ulp, r.bound()) << qor::accuracy::format_report(*c.f, r, true);

@@ -411,7 +411,7 @@ struct CdfNormInv {
     if (a == 1) return detail::pole(std::numeric_limits<T>::infinity(), code);
     return detail::unary<T>(a, code, [](detail::ld x) {
       return (x < 0 || x > 1) ? std::numeric_limits<detail::ld>::quiet_NaN()
-                              : -detail::kSqrt2 * detail::erfcinv(2 * x);
+                              : 0 - detail::kSqrt2 * detail::erfcinv(2 * x);  // 0 - v: Phi^-1(1/2) = +0
     });
   }
 };
