@@ -269,6 +269,7 @@ void r_CdfNormInv(mpfr_ptr o, mpfr_ptr, mpfr_srcptr const *in, long) {
   mpfr_sqrt_ui(s, 2, N);
   mpfr_mul(o, r, s, N);
   mpfr_neg(o, o, N);
+  if (mpfr_zero_p(o)) mpfr_set_zero(o, 1);  // Phi^-1(1/2) = +0
 }
 
 // E1(x) = -Ei(-x); MPFR's eint returns -E1(-x) for negative arguments.

@@ -60,7 +60,7 @@ TEST_P(ElemAccuracy, WithinSlotBound) {
   if (known_limit(c)) {
     EXPECT_GE(r.correctly_rounded, r.count * 3 / 4) << qor::accuracy::format_report(*c.f, r, true);
     if (c.type == 'z') {
-      EXPECT_LE(r.max_ulp, 1024.0) << qor::accuracy::format_report(*c.f, r, true);
+      EXPECT_LE(r.max_ulp, qor::accuracy::slot_bound('z', 2)) << qor::accuracy::format_report(*c.f, r, true);
     }
     return;
   }
