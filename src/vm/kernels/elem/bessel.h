@@ -13,7 +13,7 @@
 //  - above 50: Hankel's asymptotic expansion with the argument reduced
 //    modulo 2 pi through the extended sine and cosine.  Here the absolute
 //    error is ~2^-63 of the envelope sqrt(2/(pi x)), so the relative error
-//    grows next to the zeros (documented in docs/vm.md).
+//    grows next to the zeros (documented in docs/vm-accuracy.md).
 #pragma once
 
 #include <algorithm>

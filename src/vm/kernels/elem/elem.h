@@ -8,7 +8,7 @@
 // Accuracy: every slot currently runs the high-accuracy algorithm (a slot may
 // always use a more accurate one).  Each routine evaluates in x87 extended
 // precision and rounds once; see detail.h for why that is within 1 ulp, and
-// docs/vm.md / tools/accuracy for the measured maxima.  Where the C library's
+// docs/vm-accuracy.md / tools/accuracy for the measured maxima.  Where the C library's
 // extended functions are used their error (a few extended ulps) is 2^-11 of a
 // double ulp; the routines the C library lacks (erfinv family, E1, erfcx,
 // I0/I1, the pi- and degree-scaled trigonometry) are written in detail.h and
@@ -478,7 +478,7 @@ struct Y1 {
 };
 
 namespace detail {
-// J_n and Y_n for any integer order; orders beyond 2000 (where the
+// J_n and Y_n for any integer order; orders beyond 1000 (where the
 // recurrences would need thousands of steps) use the C library.
 inline ld jn_any(int n, ld x) {
   // J_{-n} = (-1)^n J_n and J_n(-x) = (-1)^n J_n(x)
@@ -487,7 +487,7 @@ inline ld jn_any(int n, ld x) {
   const bool neg = (n < 0 && odd) != (std::signbit(x) && odd);
   const ld ax = std::fabs(x);
   ld v;
-  if (an > 2000) return jnl(n, x);
+  if (an > 1000) return jnl(n, x);
   if (an == 0) v = bessel_j0(ax);
   else if (an == 1) v = bessel_j1(ax);
   else if (ax == 0) v = 0;
@@ -496,7 +496,7 @@ inline ld jn_any(int n, ld x) {
 }
 inline ld yn_any(int n, ld x) {  // x > 0
   const long long an = n < 0 ? -static_cast<long long>(n) : n;
-  if (an > 2000) return ynl(n, x);
+  if (an > 1000) return ynl(n, x);
   ld v = an == 0 ? bessel_y0(x) : an == 1 ? bessel_y1(x) : bessel_yn(static_cast<int>(an), x);
   return (n < 0 && (an & 1)) ? -v : v;
 }
