@@ -112,7 +112,9 @@ void check_layouts() {
         EXPECT_EQ(bits(whole[i]), bits(inplace[i]));
       }
       for (int i = 0; i < 3 * n; ++i)
-        if (i % 3) EXPECT_EQ(str[i], T(-99)) << f.name << " wrote between strided elements";
+        if (i % 3) {
+          EXPECT_EQ(str[i], T(-99)) << f.name << " wrote between strided elements";
+        }
     }
   }
 }
@@ -189,8 +191,9 @@ void check_values() {
           if (u > ref.bound[slot]) ADD_FAILURE() << ref.name << " slot " << slot << " a " << a[i] << " got " << r[i] << " want " << want;
         }
       }
-      if (ref.bound[slot] != 0)
+      if (ref.bound[slot] != 0) {
         EXPECT_LE(worst, ref.bound[slot]) << ref.name << " slot " << slot;
+      }
     }
   }
 }

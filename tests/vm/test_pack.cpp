@@ -76,7 +76,9 @@ void check(const Fns &f) {
     f.packM(n, a.data(), ma, y.data());
     int j = 0;
     for (int i = 0; i < n; ++i)
-      if (ma[i]) EXPECT_TRUE(same(y[j++], a[i])) << i;
+      if (ma[i]) {
+        EXPECT_TRUE(same(y[j++], a[i])) << i;
+      }
     for (; j < n; ++j) EXPECT_TRUE(same(y[j], fill)) << "written past the packed count";
   }
   // UnpackI

@@ -127,17 +127,31 @@ inline void store_partial(T *p, typename V<T>::reg v, int k) {
   for (int j = 0; j < k; ++j) p[j] = buf[j];
 }
 // Strided gather and scatter of k <= lanes elements (increment in elements).
+// Full registers are assembled and taken apart in registers: going through a
+// small stack buffer costs a failed store-to-load forwarding on every step.
 template <class T>
 inline typename V<T>::reg load_strided(const T *p, long inc, int k) {
+  if (k == V<T>::lanes) {
+    if constexpr (sizeof(T) == 4)
+      return _mm_setr_ps(p[0], p[inc], p[2 * inc], p[3 * inc]);
+    else
+      return _mm_setr_pd(p[0], p[inc]);
+  }
   T buf[V<T>::lanes];
   for (int j = 0; j < V<T>::lanes; ++j) buf[j] = p[(j < k ? j : 0) * inc];
   return V<T>::load(buf);
 }
 template <class T>
 inline void store_strided(T *p, long inc, typename V<T>::reg v, int k) {
-  T buf[V<T>::lanes];
-  V<T>::store(buf, v);
-  for (int j = 0; j < k; ++j) p[j * inc] = buf[j];
+  if constexpr (sizeof(T) == 4) {
+    _mm_store_ss(p, v);
+    if (k > 1) _mm_store_ss(p + inc, _mm_shuffle_ps(v, v, 1));
+    if (k > 2) _mm_store_ss(p + 2 * inc, _mm_movehl_ps(v, v));
+    if (k > 3) _mm_store_ss(p + 3 * inc, _mm_shuffle_ps(v, v, 3));
+  } else {
+    _mm_storel_pd(p, v);
+    if (k > 1) _mm_storeh_pd(p + inc, v);
+  }
 }
 
 template <class T>

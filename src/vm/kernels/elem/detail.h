@@ -163,6 +163,7 @@ inline ld erfcinv(ld y) {
 
 // erfinv(t) for t in (-1, 1).
 inline ld erfinv(ld t) {
+  if (t == 0) return t;  // keeps the sign of zero
   const ld a = std::fabs(t);
   const ld x = a <= 0.5L ? erfinv_centre(a) : erfcinv_tail(1 - a);
   return t < 0 ? -x : x;
@@ -204,6 +205,7 @@ inline ld expint1(ld x) {
 // terms, no cancellation) up to 30, Hankel asymptotic expansion above (the
 // smallest term there is below 1e-25 relative).
 inline ld bessel_i(int nu, ld x) {
+  if (std::isinf(x)) return x;
   if (x <= 30) {
     ld t = nu == 0 ? 1.0L : 0.5L * x;
     ld sum = t;
@@ -250,6 +252,7 @@ inline ld erfcx(ld x) {
 // argument fed back through the derivative (it matters in the far tail where
 // the relative sensitivity is x^2).
 inline ld cdfnorm(ld x) {
+  if (std::isinf(x)) return x > 0 ? 1.0L : 0.0L;
   const ld t = -x * kInvSqrt2;
   // Low part of -x/sqrt2: exact residual of the product plus the constant's tail.
   const ld c_lo = 1.895032558893257079655062e-20L;  // 1/sqrt2 - kInvSqrt2

@@ -8,7 +8,7 @@
 // Accuracy: every slot currently runs the high-accuracy algorithm (a slot may
 // always use a more accurate one).  Each routine evaluates in x87 extended
 // precision and rounds once; see detail.h for why that is within 1 ulp, and
-// docs/vm.md / tools/accuracy for the measured maxima.  Where the C library's
+// docs/vm-accuracy.md / tools/accuracy for the measured maxima.  Where the C library's
 // extended functions are used their error (a few extended ulps) is 2^-11 of a
 // double ulp; the routines the C library lacks (erfinv family, E1, erfcx,
 // I0/I1, the pi- and degree-scaled trigonometry) are written in detail.h and
@@ -17,6 +17,7 @@
 // Complex functions live in namespace cplx; see cplx.h.
 #pragma once
 
+#include "vm/kernels/elem/bessel.h"
 #include "vm/kernels/elem/detail.h"
 
 namespace qor::vm::elem {
@@ -329,6 +330,8 @@ struct Powr {
   static T eval(T a, T b, int &code) {
     detail::ExtendedPrecision g;
     constexpr T inf = std::numeric_limits<T>::infinity();
+    // A NaN operand gives NaN, except that 1 to any power is 1.
+    if (std::isnan(b) && a == 1) return T(1);
     if (std::isnan(a) || std::isnan(b)) return a + b;
     if (a < 0) return detail::domain<T>(code);
     if (a == 0) {
@@ -408,7 +411,7 @@ struct CdfNormInv {
     if (a == 1) return detail::pole(std::numeric_limits<T>::infinity(), code);
     return detail::unary<T>(a, code, [](detail::ld x) {
       return (x < 0 || x > 1) ? std::numeric_limits<detail::ld>::quiet_NaN()
-                              : -detail::kSqrt2 * detail::erfcinv(2 * x);
+                              : 0 - detail::kSqrt2 * detail::erfcinv(2 * x);  // 0 - v: Phi^-1(1/2) = +0
     });
   }
 };
@@ -446,8 +449,8 @@ struct ExpInt1 {
 };
 
 // ---- Bessel functions ------------------------------------------------------------
-QOR_ELEM_SIMPLE(J0, j0l(x), false);
-QOR_ELEM_SIMPLE(J1, j1l(x), false);
+QOR_ELEM_SIMPLE(J0, std::isinf(x) ? 0.0L : detail::bessel_j0(std::fabs(x)), false);
+QOR_ELEM_SIMPLE(J1, std::isinf(x) ? 0.0L : (x < 0 ? -detail::bessel_j1(-x) : detail::bessel_j1(x)), false);
 QOR_ELEM_SIMPLE(I0, detail::bessel_i(0, std::fabs(x)), false);
 QOR_ELEM_SIMPLE(I1, (x < 0 ? -detail::bessel_i(1, -x) : detail::bessel_i(1, x)), false);
 
@@ -458,7 +461,7 @@ struct Y0 {
     if (a == 0) return detail::pole(-std::numeric_limits<T>::infinity(), code);
     if (a == std::numeric_limits<T>::infinity()) return T(0);
     return detail::unary<T>(a, code, [](detail::ld x) {
-      return x < 0 ? std::numeric_limits<detail::ld>::quiet_NaN() : y0l(x);
+      return x < 0 ? std::numeric_limits<detail::ld>::quiet_NaN() : detail::bessel_y0(x);
     });
   }
 };
@@ -469,10 +472,35 @@ struct Y1 {
     if (a == 0) return detail::pole(-std::numeric_limits<T>::infinity(), code);
     if (a == std::numeric_limits<T>::infinity()) return T(0);
     return detail::unary<T>(a, code, [](detail::ld x) {
-      return x < 0 ? std::numeric_limits<detail::ld>::quiet_NaN() : y1l(x);
+      return x < 0 ? std::numeric_limits<detail::ld>::quiet_NaN() : detail::bessel_y1(x);
     });
   }
 };
+
+namespace detail {
+// J_n and Y_n for any integer order; orders beyond 1000 (where the
+// recurrences would need thousands of steps) use the C library.
+inline ld jn_any(int n, ld x) {
+  // J_{-n} = (-1)^n J_n and J_n(-x) = (-1)^n J_n(x)
+  const bool odd = n & 1;
+  const long long an = n < 0 ? -static_cast<long long>(n) : n;
+  const bool neg = (n < 0 && odd) != (std::signbit(x) && odd);
+  const ld ax = std::fabs(x);
+  ld v;
+  if (an > 1000) return jnl(n, x);
+  if (an == 0) v = bessel_j0(ax);
+  else if (an == 1) v = bessel_j1(ax);
+  else if (ax == 0) v = 0;
+  else v = bessel_jn(static_cast<int>(an), ax);
+  return neg ? -v : v;
+}
+inline ld yn_any(int n, ld x) {  // x > 0
+  const long long an = n < 0 ? -static_cast<long long>(n) : n;
+  if (an > 1000) return ynl(n, x);
+  ld v = an == 0 ? bessel_y0(x) : an == 1 ? bessel_y1(x) : bessel_yn(static_cast<int>(an), x);
+  return (n < 0 && (an & 1)) ? -v : v;
+}
+}  // namespace detail
 
 // Integer order n first, then the argument.
 struct Jn {
@@ -481,7 +509,7 @@ struct Jn {
     detail::ExtendedPrecision g;
     if (std::isnan(a)) return a + a;
     if (std::isinf(a)) return T(0);
-    return detail::fin<T>(jnl(n, static_cast<detail::ld>(a)), code, true);
+    return detail::fin<T>(detail::jn_any(n, static_cast<detail::ld>(a)), code, true);
   }
 };
 
@@ -492,9 +520,12 @@ struct Yn {
     if (std::isnan(a)) return a + a;
     if (a < 0) return detail::domain<T>(code);
     if (a == std::numeric_limits<T>::infinity()) return T(0);
-    const detail::ld v = ynl(n, static_cast<detail::ld>(a));
-    if (a == 0) return detail::pole(static_cast<T>(v), code);
-    return detail::fin<T>(v, code, true);
+    if (a == 0) {
+      const bool pos = n < 0 && (n & 1);  // Y_{-n} = (-1)^n Y_n
+      return detail::pole(pos ? std::numeric_limits<T>::infinity() : -std::numeric_limits<T>::infinity(),
+                          code);
+    }
+    return detail::fin<T>(detail::yn_any(n, static_cast<detail::ld>(a)), code, true);
   }
 };
 
