@@ -257,6 +257,24 @@ QOR_API int32_t _rixsRngLognormal(uint32_t method, void *stream, int32_t n, floa
 QOR_API int32_t _rixdRngLognormal(uint32_t method, void *stream, int32_t n, double *r, double a,
                                   double sigma, double b, double beta);
 
+
+/* ---- integer uniform, Bernoulli and uniform bits ------------------------ */
+/* The generator cannot hand out uniformly distributed bits of the requested
+ * width. */
+#define QOR_RNG_ERROR_NO_UNIFORM_BITS (-1014)
+/* n integers in [a, b). */
+QOR_API int32_t _rixiRngUniform(uint32_t method, void *stream, int32_t n, int32_t *r, int32_t a,
+                                int32_t b);
+/* n values 1 (probability p) or 0. */
+QOR_API int32_t _rixiRngBernoulli(uint32_t method, void *stream, int32_t n, uint32_t *r,
+                                  double p);
+/* n native output words of the generator (wordSize bytes each). */
+QOR_API int32_t _rixiRngUniformBits(uint32_t method, void *stream, int32_t n, uint32_t *r);
+/* n 32-bit words of uniform bits. */
+QOR_API int32_t _rixiRngUniformBits32(uint32_t method, void *stream, int32_t n, uint32_t *r);
+/* n 64-bit words of uniform bits: 2n 32-bit words of r, low half first. */
+QOR_API int32_t _rixiRngUniformBits64(uint32_t method, void *stream, int32_t n, uint32_t *r);
+
 #ifdef __cplusplus
 }
 #endif
