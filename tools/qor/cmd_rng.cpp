@@ -6,6 +6,7 @@
 // Without arguments it prints the first outputs of every generator that the
 // library provides (the tour's view).
 #include <cerrno>
+#include <cmath>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -304,14 +305,89 @@ int run_dist(const Dist &d, const Args &args) {
   return 0;
 }
 
+// Integer members:
+//   qor rng uniform-int --brng NAME [--seed S] [-n N] A B
+//   qor rng bernoulli   --brng NAME [--seed S] [-n N] P
+//   qor rng bits32|bits64 --brng NAME [--seed S] [-n N]
+int run_integer(const std::string &sub, const Args &args) {
+  Args rest;
+  std::vector<double> params;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string &a = args[i];
+    if (a == "--brng" || a == "--seed" || a == "-n" || a.rfind("--", 0) == 0) {
+      rest.push_back(a);
+      if (i + 1 < args.size()) rest.push_back(args[++i]);
+    } else {
+      double v = 0;
+      if (!parse_double(a, v)) return usage_error("rng: " + sub + ": bad parameter '" + a + "'");
+      params.push_back(v);
+    }
+  }
+  const size_t want = sub == "uniform-int" ? 2 : sub == "bernoulli" ? 1 : 0;
+  if (params.size() != want)
+    return usage_error("rng: " + sub + " takes " + std::to_string(want) + " parameters, got " +
+                       std::to_string(params.size()));
+  if (sub == "uniform-int") {
+    for (double v : params)
+      if (v != std::floor(v) || v < -2147483648.0 || v > 2147483647.0)
+        return usage_error("rng: uniform-int: bounds must be 32-bit integers");
+    if (!(params[0] < params[1])) return usage_error("rng: uniform-int: a must be below b");
+  }
+  if (sub == "bernoulli" && !(params[0] >= 0 && params[0] <= 1))
+    return usage_error("rng: bernoulli: p must lie in [0, 1]");
+  Options o;
+  if (int rc = parse(rest, false, o); rc != 0) return rc;
+  void *stream = nullptr;
+  int32_t st = __rixNewStreamEx(&stream, o.brng, static_cast<uint32_t>(o.seed.size()), o.seed.data());
+  if (st != 0) {
+    if (stream) __rixDeleteStream(&stream);
+    std::fprintf(stderr, "qor: rng: %s is not available (status %d)\n", o.name.c_str(), st);
+    return 1;
+  }
+  constexpr int32_t kBlock = 1 << 13;
+  std::vector<uint32_t> w(2 * static_cast<size_t>(kBlock));
+  for (int32_t done = 0; done < o.n && st >= 0;) {
+    const int32_t m = o.n - done < kBlock ? o.n - done : kBlock;
+    if (sub == "uniform-int") {
+      auto *r = reinterpret_cast<int32_t *>(w.data());
+      st = _rixiRngUniform(0, stream, m, r, static_cast<int32_t>(params[0]), static_cast<int32_t>(params[1]));
+      for (int32_t i = 0; i < m && st >= 0; ++i) std::printf("%d\n", r[i]);
+    } else if (sub == "bernoulli") {
+      st = _rixiRngBernoulli(0, stream, m, w.data(), params[0]);
+      for (int32_t i = 0; i < m && st >= 0; ++i) std::printf("%u\n", w[i]);
+    } else if (sub == "bits32") {
+      st = _rixiRngUniformBits32(0, stream, m, w.data());
+      for (int32_t i = 0; i < m && st >= 0; ++i) std::printf("%u\n", w[i]);
+    } else {
+      st = _rixiRngUniformBits64(0, stream, m, w.data());
+      for (int32_t i = 0; i < m && st >= 0; ++i)
+        std::printf("%" PRIu64 "\n", w[2 * i] | (uint64_t{w[2 * i + 1]} << 32));
+    }
+    done += m;
+  }
+  __rixDeleteStream(&stream);
+  if (st == QOR_RNG_ERROR_NO_UNIFORM_BITS) {
+    std::fprintf(stderr, "qor: rng: %s cannot give uniform bits of that width (status %d)\n",
+                 o.name.c_str(), st);
+    return 1;
+  }
+  if (st < 0) {
+    std::fprintf(stderr, "qor: rng: %s failed (status %d)\n", sub.c_str(), st);
+    return 1;
+  }
+  return 0;
+}
+
 int run_rng(const Args &args) {
   if (args.empty()) return overview();
   const std::string sub = args[0];
   if (const Dist *d = find_dist(sub)) return run_dist(*d, Args(args.begin() + 1, args.end()));
+  if (sub == "uniform-int" || sub == "bernoulli" || sub == "bits32" || sub == "bits64")
+    return run_integer(sub, Args(args.begin() + 1, args.end()));
   if (sub != "bits" && sub != "uniform")
     return usage_error("rng: unknown subcommand '" + sub +
-                       "' (bits, uniform, or a distribution: flat gaussian exponential laplace "
-                       "weibull cauchy rayleigh lognormal gumbel)");
+                       "' (bits, uniform, uniform-int, bernoulli, bits32, bits64, or a distribution: "
+                       "flat gaussian exponential laplace weibull cauchy rayleigh lognormal gumbel)");
   Options o;
   const bool uniform = sub == "uniform";
   if (int rc = parse(Args(args.begin() + 1, args.end()), uniform, o); rc != 0) return rc;

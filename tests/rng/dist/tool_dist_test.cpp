@@ -59,6 +59,28 @@ TEST(RngToolDist, PrintsTheLibrarysVariates) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(got2[static_cast<size_t>(i)], want[i]);
 }
 
+TEST(RngToolDist, IntegerMembers) {
+  const ToolRun u = run_tool("rng uniform-int --brng MCG31M1 --seed 4 -n 6 -3 2");
+  ASSERT_EQ(u.status, 0) << u.out;
+  qor_test::Stream s(QOR_BRNG_MCG31, {4});
+  int32_t want[6];
+  ASSERT_EQ(_rixiRngUniform(0, s.get(), 6, want, -3, 2), 0);
+  const auto got = numbers(u.out);
+  ASSERT_EQ(got.size(), 6u);
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(got[size_t(i)], want[i]);
+
+  const ToolRun b = run_tool("rng bits64 --brng MCG59 --seed 3 -n 1");
+  ASSERT_EQ(b.status, 0) << b.out;
+  // Two native words 3 and 3a (mod 2^59), each reduced to its top 32 bits.
+  const uint64_t a = 302875106592253ull, m59 = (1ull << 59) - 1;
+  const uint64_t lo = 3 >> 27, hi = ((3 * a) & m59) >> 27;
+  EXPECT_EQ(b.out, std::to_string(lo | (hi << 32)) + "\n");
+
+  const ToolRun r = run_tool("rng bits32 --brng MRG32K3A -n 1");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("status -1014"), std::string::npos) << r.out;
+}
+
 TEST(RngToolDist, RefusesBadRequests) {
   const struct {
     const char *args;
@@ -75,6 +97,10 @@ TEST(RngToolDist, RefusesBadRequests) {
       {"rng cauchy --brng MCG31M1 0 x", "bad parameter 'x'"},
       {"rng rayleigh --brng NOPE 0 1", "unknown generator 'NOPE'"},
       {"rng gumbel 0 1", "--brng NAME is required"},
+      {"rng uniform-int --brng MCG31M1 5 5", "a must be below b"},
+      {"rng uniform-int --brng MCG31M1 0 1.5", "bounds must be 32-bit integers"},
+      {"rng bernoulli --brng MCG31M1 1.5", "p must lie in [0, 1]"},
+      {"rng bits32 --brng MCG31M1 7", "bits32 takes 0 parameters, got 1"},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.args);
