@@ -10,9 +10,8 @@
 // trust on a shared machine.  The row "MCG31M1_generateD" is the generator's
 // own cost per double, to subtract from the others.
 #include <benchmark/benchmark.h>
-#include <x86intrin.h>
-
 #include <time.h>
+#include <x86intrin.h>
 
 #include <random>
 #include <vector>
@@ -72,13 +71,13 @@ struct Mcg {
 
 std::vector<double> g_out(kN);
 
-#define QOR_BENCH(NAME, CALL)                                 \
-  void NAME(benchmark::State &state) {                        \
-    Mcg m;                                                    \
-    double *r = g_out.data();                                 \
-    run(state, [&] { benchmark::DoNotOptimize(CALL); });      \
-    benchmark::ClobberMemory();                               \
-  }                                                           \
+#define QOR_BENCH(NAME, CALL)                            \
+  void NAME(benchmark::State &state) {                   \
+    Mcg m;                                               \
+    double *r = g_out.data();                            \
+    run(state, [&] { benchmark::DoNotOptimize(CALL); }); \
+    benchmark::ClobberMemory();                          \
+  }                                                      \
   BENCHMARK(NAME)->Unit(benchmark::kMillisecond);
 
 QOR_BENCH(MCG31M1_generateD, __rixdBRngMCG31M1(m.s, kN, r, 0.0, 1.0))

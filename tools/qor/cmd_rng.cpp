@@ -205,39 +205,77 @@ std::string positive(const char *what, double v) {
 }
 
 const Dist kDists[] = {
-    {"flat", {"a", "b"}, false,
-     [](const std::vector<double> &p) { return p[0] < p[1] ? std::string() : std::string("a must be below b"); },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngUniform(m, s, n, r, p[0], p[1]); }},
-    {"gaussian", {"a", "sigma"}, true,
+    {"flat",
+     {"a", "b"},
+     false,
+     [](const std::vector<double> &p) {
+       return p[0] < p[1] ? std::string() : std::string("a must be below b");
+     },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngUniform(m, s, n, r, p[0], p[1]);
+     }},
+    {"gaussian",
+     {"a", "sigma"},
+     true,
      [](const std::vector<double> &p) { return positive("sigma", p[1]); },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngGaussian(m, s, n, r, p[0], p[1]); }},
-    {"exponential", {"a", "beta"}, false,
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngGaussian(m, s, n, r, p[0], p[1]);
+     }},
+    {"exponential",
+     {"a", "beta"},
+     false,
      [](const std::vector<double> &p) { return positive("beta", p[1]); },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngExponential(m, s, n, r, p[0], p[1]); }},
-    {"laplace", {"a", "beta"}, false,
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngExponential(m, s, n, r, p[0], p[1]);
+     }},
+    {"laplace",
+     {"a", "beta"},
+     false,
      [](const std::vector<double> &p) { return positive("beta", p[1]); },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngLaplace(m, s, n, r, p[0], p[1]); }},
-    {"weibull", {"alpha", "a", "beta"}, false,
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngLaplace(m, s, n, r, p[0], p[1]);
+     }},
+    {"weibull",
+     {"alpha", "a", "beta"},
+     false,
      [](const std::vector<double> &p) {
        std::string e = positive("alpha", p[0]);
        return e.empty() ? positive("beta", p[2]) : e;
      },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngWeibull(m, s, n, r, p[0], p[1], p[2]); }},
-    {"cauchy", {"a", "beta"}, false,
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngWeibull(m, s, n, r, p[0], p[1], p[2]);
+     }},
+    {"cauchy",
+     {"a", "beta"},
+     false,
      [](const std::vector<double> &p) { return positive("beta", p[1]); },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngCauchy(m, s, n, r, p[0], p[1]); }},
-    {"rayleigh", {"a", "beta"}, false,
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngCauchy(m, s, n, r, p[0], p[1]);
+     }},
+    {"rayleigh",
+     {"a", "beta"},
+     false,
      [](const std::vector<double> &p) { return positive("beta", p[1]); },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngRayleigh(m, s, n, r, p[0], p[1]); }},
-    {"lognormal", {"a", "sigma", "b", "beta"}, false,
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngRayleigh(m, s, n, r, p[0], p[1]);
+     }},
+    {"lognormal",
+     {"a", "sigma", "b", "beta"},
+     false,
      [](const std::vector<double> &p) {
        std::string e = positive("sigma", p[1]);
        return e.empty() ? positive("beta", p[3]) : e;
      },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngLognormal(m, s, n, r, p[0], p[1], p[2], p[3]); }},
-    {"gumbel", {"a", "beta"}, false,
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngLognormal(m, s, n, r, p[0], p[1], p[2], p[3]);
+     }},
+    {"gumbel",
+     {"a", "beta"},
+     false,
      [](const std::vector<double> &p) { return positive("beta", p[1]); },
-     [](uint32_t m, void *s, int32_t n, double *r, const double *p) { return _rixdRngGumbel(m, s, n, r, p[0], p[1]); }},
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngGumbel(m, s, n, r, p[0], p[1]);
+     }},
 };
 
 const Dist *find_dist(const std::string &name) {
@@ -247,7 +285,8 @@ const Dist *find_dist(const std::string &name) {
 }
 
 std::string dist_usage(const Dist &d) {
-  std::string u = std::string("usage: qor rng ") + d.name + " --brng NAME [--seed S] [-n N] [--method M]";
+  std::string u =
+      std::string("usage: qor rng ") + d.name + " --brng NAME [--seed S] [-n N] [--method M]";
   for (const char *p : d.params) u += std::string(" ") + p;
   return u;
 }
@@ -267,7 +306,8 @@ int run_dist(const Dist &d, const Args &args) {
       if (i + 1 < args.size()) rest.push_back(args[++i]);
     } else {
       double v = 0;
-      if (!parse_double(a, v)) return usage_error("rng: " + std::string(d.name) + ": bad parameter '" + a + "'");
+      if (!parse_double(a, v))
+        return usage_error("rng: " + std::string(d.name) + ": bad parameter '" + a + "'");
       params.push_back(v);
     }
   }
@@ -277,13 +317,16 @@ int run_dist(const Dist &d, const Args &args) {
   const uint32_t low = static_cast<uint32_t>(method) & ~QOR_RNG_METHOD_ACCURATE;
   if (low > (d.many_methods ? 2u : 0u))
     return usage_error("rng: " + std::string(d.name) + ": method " + std::to_string(low) +
-                       (d.many_methods ? " is not 0, 1 or 2" : " is not 0 (only the accuracy flag 0x40000000 may be set)"));
+                       (d.many_methods
+                            ? " is not 0, 1 or 2"
+                            : " is not 0 (only the accuracy flag 0x40000000 may be set)"));
   if (std::string e = d.check(params); !e.empty())
     return usage_error("rng: " + std::string(d.name) + ": " + e);
   Options o;
   if (int rc = parse(rest, false, o); rc != 0) return rc;
   void *stream = nullptr;
-  int32_t st = __rixNewStreamEx(&stream, o.brng, static_cast<uint32_t>(o.seed.size()), o.seed.data());
+  int32_t st =
+      __rixNewStreamEx(&stream, o.brng, static_cast<uint32_t>(o.seed.size()), o.seed.data());
   if (st != 0) {
     if (stream) __rixDeleteStream(&stream);
     std::fprintf(stderr, "qor: rng: %s is not available (status %d)\n", o.name.c_str(), st);
@@ -338,7 +381,8 @@ int run_integer(const std::string &sub, const Args &args) {
   Options o;
   if (int rc = parse(rest, false, o); rc != 0) return rc;
   void *stream = nullptr;
-  int32_t st = __rixNewStreamEx(&stream, o.brng, static_cast<uint32_t>(o.seed.size()), o.seed.data());
+  int32_t st =
+      __rixNewStreamEx(&stream, o.brng, static_cast<uint32_t>(o.seed.size()), o.seed.data());
   if (st != 0) {
     if (stream) __rixDeleteStream(&stream);
     std::fprintf(stderr, "qor: rng: %s is not available (status %d)\n", o.name.c_str(), st);
@@ -350,7 +394,8 @@ int run_integer(const std::string &sub, const Args &args) {
     const int32_t m = o.n - done < kBlock ? o.n - done : kBlock;
     if (sub == "uniform-int") {
       auto *r = reinterpret_cast<int32_t *>(w.data());
-      st = _rixiRngUniform(0, stream, m, r, static_cast<int32_t>(params[0]), static_cast<int32_t>(params[1]));
+      st = _rixiRngUniform(0, stream, m, r, static_cast<int32_t>(params[0]),
+                           static_cast<int32_t>(params[1]));
       for (int32_t i = 0; i < m && st >= 0; ++i) std::printf("%d\n", r[i]);
     } else if (sub == "bernoulli") {
       st = _rixiRngBernoulli(0, stream, m, w.data(), params[0]);
@@ -385,9 +430,10 @@ int run_rng(const Args &args) {
   if (sub == "uniform-int" || sub == "bernoulli" || sub == "bits32" || sub == "bits64")
     return run_integer(sub, Args(args.begin() + 1, args.end()));
   if (sub != "bits" && sub != "uniform")
-    return usage_error("rng: unknown subcommand '" + sub +
-                       "' (bits, uniform, uniform-int, bernoulli, bits32, bits64, or a distribution: "
-                       "flat gaussian exponential laplace weibull cauchy rayleigh lognormal gumbel)");
+    return usage_error(
+        "rng: unknown subcommand '" + sub +
+        "' (bits, uniform, uniform-int, bernoulli, bits32, bits64, or a distribution: "
+        "flat gaussian exponential laplace weibull cauchy rayleigh lognormal gumbel)");
   Options o;
   const bool uniform = sub == "uniform";
   if (int rc = parse(Args(args.begin() + 1, args.end()), uniform, o); rc != 0) return rc;

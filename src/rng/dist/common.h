@@ -44,7 +44,7 @@ constexpr int32_t kBlock = 1024;
 
 // The mode word every transformation runs its vector-math calls under, and
 // the error mode installed for the duration of a call.
-constexpr uint32_t kCallMode = PEX_FTZDAZ_OFF;        // 0x140000
+constexpr uint32_t kCallMode = PEX_FTZDAZ_OFF;               // 0x140000
 constexpr uint32_t kErrModeCallback = PEX_ERRMODE_CALLBACK;  // 0x1000
 
 // ln of the smallest positive subnormal: what ln(0) is replaced by, so that a
@@ -114,13 +114,27 @@ struct Prec<double> {
   using V1 = void (*)(int32_t, const double *, double *);
   using V2 = void (*)(int32_t, const double *, double *, double *);
   using VX = void (*)(int32_t, const double *, double, double *);
-  static void ln(int32_t n, const double *a, double *r) { vm_call<V1>(qor_pex_kernel_dLn_ttab, n, a, r); }
-  static void exp(int32_t n, const double *a, double *r) { vm_call<V1>(qor_pex_kernel_dExp_ttab, n, a, r); }
-  static void sin(int32_t n, const double *a, double *r) { vm_call<V1>(qor_pex_kernel_dSin_ttab, n, a, r); }
-  static void cos(int32_t n, const double *a, double *r) { vm_call<V1>(qor_pex_kernel_dCos_ttab, n, a, r); }
-  static void sqrt(int32_t n, const double *a, double *r) { vm_call<V1>(qor_pex_kernel_dSqrt_ttab, n, a, r); }
-  static void tan(int32_t n, const double *a, double *r) { vm_call<V1>(qor_pex_kernel_dTan_ttab, n, a, r); }
-  static void erfinv(int32_t n, const double *a, double *r) { vm_call<V1>(qor_pex_kernel_dErfInv_ttab, n, a, r); }
+  static void ln(int32_t n, const double *a, double *r) {
+    vm_call<V1>(qor_pex_kernel_dLn_ttab, n, a, r);
+  }
+  static void exp(int32_t n, const double *a, double *r) {
+    vm_call<V1>(qor_pex_kernel_dExp_ttab, n, a, r);
+  }
+  static void sin(int32_t n, const double *a, double *r) {
+    vm_call<V1>(qor_pex_kernel_dSin_ttab, n, a, r);
+  }
+  static void cos(int32_t n, const double *a, double *r) {
+    vm_call<V1>(qor_pex_kernel_dCos_ttab, n, a, r);
+  }
+  static void sqrt(int32_t n, const double *a, double *r) {
+    vm_call<V1>(qor_pex_kernel_dSqrt_ttab, n, a, r);
+  }
+  static void tan(int32_t n, const double *a, double *r) {
+    vm_call<V1>(qor_pex_kernel_dTan_ttab, n, a, r);
+  }
+  static void erfinv(int32_t n, const double *a, double *r) {
+    vm_call<V1>(qor_pex_kernel_dErfInv_ttab, n, a, r);
+  }
   static void sincos(int32_t n, const double *a, double *s, double *c) {
     vm_call<V2>(qor_pex_kernel_dSinCos_ttab, n, a, s, c);
   }
@@ -139,13 +153,27 @@ struct Prec<float> {
   using V1 = void (*)(int32_t, const float *, float *);
   using V2 = void (*)(int32_t, const float *, float *, float *);
   using VX = void (*)(int32_t, const float *, float, float *);
-  static void ln(int32_t n, const float *a, float *r) { vm_call<V1>(qor_pex_kernel_sLn_ttab, n, a, r); }
-  static void exp(int32_t n, const float *a, float *r) { vm_call<V1>(qor_pex_kernel_sExp_ttab, n, a, r); }
-  static void sin(int32_t n, const float *a, float *r) { vm_call<V1>(qor_pex_kernel_sSin_ttab, n, a, r); }
-  static void cos(int32_t n, const float *a, float *r) { vm_call<V1>(qor_pex_kernel_sCos_ttab, n, a, r); }
-  static void sqrt(int32_t n, const float *a, float *r) { vm_call<V1>(qor_pex_kernel_sSqrt_ttab, n, a, r); }
-  static void tan(int32_t n, const float *a, float *r) { vm_call<V1>(qor_pex_kernel_sTan_ttab, n, a, r); }
-  static void erfinv(int32_t n, const float *a, float *r) { vm_call<V1>(qor_pex_kernel_sErfInv_ttab, n, a, r); }
+  static void ln(int32_t n, const float *a, float *r) {
+    vm_call<V1>(qor_pex_kernel_sLn_ttab, n, a, r);
+  }
+  static void exp(int32_t n, const float *a, float *r) {
+    vm_call<V1>(qor_pex_kernel_sExp_ttab, n, a, r);
+  }
+  static void sin(int32_t n, const float *a, float *r) {
+    vm_call<V1>(qor_pex_kernel_sSin_ttab, n, a, r);
+  }
+  static void cos(int32_t n, const float *a, float *r) {
+    vm_call<V1>(qor_pex_kernel_sCos_ttab, n, a, r);
+  }
+  static void sqrt(int32_t n, const float *a, float *r) {
+    vm_call<V1>(qor_pex_kernel_sSqrt_ttab, n, a, r);
+  }
+  static void tan(int32_t n, const float *a, float *r) {
+    vm_call<V1>(qor_pex_kernel_sTan_ttab, n, a, r);
+  }
+  static void erfinv(int32_t n, const float *a, float *r) {
+    vm_call<V1>(qor_pex_kernel_sErfInv_ttab, n, a, r);
+  }
   static void sincos(int32_t n, const float *a, float *s, float *c) {
     vm_call<V2>(qor_pex_kernel_sSinCos_ttab, n, a, s, c);
   }

@@ -340,14 +340,14 @@ using namespace qor::rng::dist;
 
 extern "C" {
 
-#define QOR_DIST_ENTRY2(NAME, impl)                                                            \
-  QOR_API int32_t _rixsRng##NAME(uint32_t method, void *stream, int32_t n, float *r, float p1, \
-                                 float p2) {                                                   \
-    return impl<float>(method, stream, n, r, p1, p2);                                          \
-  }                                                                                            \
-  QOR_API int32_t _rixdRng##NAME(uint32_t method, void *stream, int32_t n, double *r,          \
-                                 double p1, double p2) {                                       \
-    return impl<double>(method, stream, n, r, p1, p2);                                         \
+#define QOR_DIST_ENTRY2(NAME, impl)                                                              \
+  QOR_API int32_t _rixsRng##NAME(uint32_t method, void *stream, int32_t n, float *r, float p1,   \
+                                 float p2) {                                                     \
+    return impl<float>(method, stream, n, r, p1, p2);                                            \
+  }                                                                                              \
+  QOR_API int32_t _rixdRng##NAME(uint32_t method, void *stream, int32_t n, double *r, double p1, \
+                                 double p2) {                                                    \
+    return impl<double>(method, stream, n, r, p1, p2);                                           \
   }
 
 QOR_DIST_ENTRY2(Uniform, uniform_member)
@@ -363,8 +363,8 @@ QOR_API int32_t _rixsRngWeibull(uint32_t method, void *stream, int32_t n, float 
                                 float a, float beta) {
   return weibull_member<float>(method, stream, n, r, alpha, a, beta);
 }
-QOR_API int32_t _rixdRngWeibull(uint32_t method, void *stream, int32_t n, double *r,
-                                double alpha, double a, double beta) {
+QOR_API int32_t _rixdRngWeibull(uint32_t method, void *stream, int32_t n, double *r, double alpha,
+                                double a, double beta) {
   return weibull_member<double>(method, stream, n, r, alpha, a, beta);
 }
 QOR_API int32_t _rixsRngLognormal(uint32_t method, void *stream, int32_t n, float *r, float a,

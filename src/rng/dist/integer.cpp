@@ -1,12 +1,12 @@
 // Integer-valued members: the integer uniform distribution on [a, b), the
 // Bernoulli distribution, and the generator's raw bits as native, 32-bit and
 // 64-bit words.
+#include <smmintrin.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
-
-#include <smmintrin.h>
 
 #include "qor/export.h"
 #include "rng/dist/common.h"
@@ -14,8 +14,8 @@
 namespace qor::rng::dist {
 namespace {
 
-constexpr int32_t kIntBlock = 1024;    // doubles per integer-uniform round
-constexpr int32_t kBitsBlock = 2048;   // 64-bit scratch words for extraction
+constexpr int32_t kIntBlock = 1024;   // doubles per integer-uniform round
+constexpr int32_t kBitsBlock = 2048;  // 64-bit scratch words for extraction
 constexpr int32_t kCannotServe = QOR_RNG_ERROR_NO_UNIFORM_BITS;
 
 // The registry row of a stream's generator, or null if the identifier names

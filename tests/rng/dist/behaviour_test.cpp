@@ -121,13 +121,15 @@ const double kE = 5.8635847487551676, kEs = 3.8325068950653076;
 std::vector<ZeroCase> zero_cases() {
   const double nan = NAN;
   return {
-      {"Exponential", [](void *s, int32_t n, double *r) { return _rixdRngExponential(0, s, n, r, 1, 2); },
+      {"Exponential",
+       [](void *s, int32_t n, double *r) { return _rixdRngExponential(0, s, n, r, 1, 2); },
        [](void *s, int32_t n, float *r) { return _rixsRngExponential(0, s, n, r, 1, 2); },
        1 + kL * 2, 1 + kLs * 2},
       {"Laplace", [](void *s, int32_t n, double *r) { return _rixdRngLaplace(0, s, n, r, 1, 2); },
-       [](void *s, int32_t n, float *r) { return _rixsRngLaplace(0, s, n, r, 1, 2); },
-       1 + kL * 2, 1 + kLs * 2},  // u2 = 0 is not above one half: -beta
-      {"Weibull", [](void *s, int32_t n, double *r) { return _rixdRngWeibull(0, s, n, r, 2, 1, 2); },
+       [](void *s, int32_t n, float *r) { return _rixsRngLaplace(0, s, n, r, 1, 2); }, 1 + kL * 2,
+       1 + kLs * 2},  // u2 = 0 is not above one half: -beta
+      {"Weibull",
+       [](void *s, int32_t n, double *r) { return _rixdRngWeibull(0, s, n, r, 2, 1, 2); },
        [](void *s, int32_t n, float *r) { return _rixsRngWeibull(0, s, n, r, 2, 1, 2); },
        1 + 2 * std::sqrt(kL), 1 + 2 * std::sqrt(kLs)},
       {"Rayleigh", [](void *s, int32_t n, double *r) { return _rixdRngRayleigh(0, s, n, r, 1, 2); },
@@ -136,12 +138,15 @@ std::vector<ZeroCase> zero_cases() {
       {"Gumbel", [](void *s, int32_t n, double *r) { return _rixdRngGumbel(0, s, n, r, 1, 2); },
        [](void *s, int32_t n, float *r) { return _rixsRngGumbel(0, s, n, r, 1, 2); },
        1 + 2 * std::log(kL), 1 + 2 * std::log(kLs)},
-      {"Gaussian0", [](void *s, int32_t n, double *r) { return _rixdRngGaussian(0, s, n, r, 1, 2); },
-       [](void *s, int32_t n, float *r) { return _rixsRngGaussian(0, s, n, r, 1, 2); },
-       1.0, 1.0},  // sin(0) = 0
-      {"Gaussian1", [](void *s, int32_t n, double *r) { return _rixdRngGaussian(1, s, n, r, 1, 2); },
+      {"Gaussian0",
+       [](void *s, int32_t n, double *r) { return _rixdRngGaussian(0, s, n, r, 1, 2); },
+       [](void *s, int32_t n, float *r) { return _rixsRngGaussian(0, s, n, r, 1, 2); }, 1.0,
+       1.0},  // sin(0) = 0
+      {"Gaussian1",
+       [](void *s, int32_t n, double *r) { return _rixdRngGaussian(1, s, n, r, 1, 2); },
        [](void *s, int32_t n, float *r) { return _rixsRngGaussian(1, s, n, r, 1, 2); }, nan, nan},
-      {"Gaussian2", [](void *s, int32_t n, double *r) { return _rixdRngGaussian(2, s, n, r, 1, 2); },
+      {"Gaussian2",
+       [](void *s, int32_t n, double *r) { return _rixdRngGaussian(2, s, n, r, 1, 2); },
        [](void *s, int32_t n, float *r) { return _rixsRngGaussian(2, s, n, r, 1, 2); },
        1 - kE * 2 * 1.4142135623730951, 1 - kEs * 2 * 1.4142135623730951},
       {"Cauchy", [](void *s, int32_t n, double *r) { return _rixdRngCauchy(0, s, n, r, 1, 2); },
@@ -268,7 +273,8 @@ std::vector<std::pair<std::string, AnyCall>> all_calls(bool single) {
     v.push_back({"sWeibull", [=](void *s) { return _rixsRngWeibull(0, s, n, rs, 2, 0, 1); }});
     v.push_back({"sCauchy", [=](void *s) { return _rixsRngCauchy(0, s, n, rs, 0, 1); }});
     v.push_back({"sRayleigh", [=](void *s) { return _rixsRngRayleigh(0, s, n, rs, 0, 1); }});
-    v.push_back({"sLognormal", [=](void *s) { return _rixsRngLognormal(0, s, n, rs, 0, 1, 0, 1); }});
+    v.push_back(
+        {"sLognormal", [=](void *s) { return _rixsRngLognormal(0, s, n, rs, 0, 1, 0, 1); }});
     v.push_back({"sGumbel", [=](void *s) { return _rixsRngGumbel(0, s, n, rs, 0, 1); }});
   }
   return v;

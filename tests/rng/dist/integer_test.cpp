@@ -17,8 +17,12 @@ using qor_dist_test::FedStream;
 TEST(DistIntUniform, TwinStreamFloorsAndStaysInRange) {
   const struct {
     int32_t a, b;
-  } ranges[] = {{-3, 2}, {INT32_MIN, INT32_MIN + 10}, {INT32_MAX - 10, INT32_MAX},
-                {INT32_MIN, INT32_MAX}, {0, 1}, {-1000, 1000}};
+  } ranges[] = {{-3, 2},
+                {INT32_MIN, INT32_MIN + 10},
+                {INT32_MAX - 10, INT32_MAX},
+                {INT32_MIN, INT32_MAX},
+                {0, 1},
+                {-1000, 1000}};
   for (const auto &rg : ranges) {
     SCOPED_TRACE(std::to_string(rg.a) + " " + std::to_string(rg.b));
     qor_test::Stream s(QOR_BRNG_MCG31, {17}), twin(QOR_BRNG_MCG31, {17});

@@ -17,12 +17,12 @@ namespace {
 using qor_dist_test::erfinv_ref;
 
 // Overloads by precision, so one table serves both.
-#define WRAP2(NAME)                                                                    \
-  int32_t NAME(uint32_t m, void *s, int32_t n, double *r, double p1, double p2) {      \
-    return _rixdRng##NAME(m, s, n, r, p1, p2);                                         \
-  }                                                                                    \
-  int32_t NAME(uint32_t m, void *s, int32_t n, float *r, float p1, float p2) {         \
-    return _rixsRng##NAME(m, s, n, r, p1, p2);                                         \
+#define WRAP2(NAME)                                                               \
+  int32_t NAME(uint32_t m, void *s, int32_t n, double *r, double p1, double p2) { \
+    return _rixdRng##NAME(m, s, n, r, p1, p2);                                    \
+  }                                                                               \
+  int32_t NAME(uint32_t m, void *s, int32_t n, float *r, float p1, float p2) {    \
+    return _rixsRng##NAME(m, s, n, r, p1, p2);                                    \
   }
 WRAP2(Uniform)
 WRAP2(Gaussian)
@@ -42,8 +42,7 @@ int32_t Lognormal(uint32_t m, void *s, int32_t n, double *r, double a, double sg
                   double be) {
   return _rixdRngLognormal(m, s, n, r, a, sg, b, be);
 }
-int32_t Lognormal(uint32_t m, void *s, int32_t n, float *r, float a, float sg, float b,
-                  float be) {
+int32_t Lognormal(uint32_t m, void *s, int32_t n, float *r, float a, float sg, float b, float be) {
   return _rixsRngLognormal(m, s, n, r, a, sg, b, be);
 }
 
@@ -93,10 +92,10 @@ std::vector<Case<T>> cases() {
   const T sqrt2 = sizeof(T) == 8 ? T(1.4142135623730951) : T(1.4142135f);
   const T half_pi = sizeof(T) == 8 ? T(1.5707963267948966) : T(1.5707963f);
   std::vector<Case<T>> c;
-  c.push_back({"Uniform", [=](void *s, int32_t n, T *r) { return Uniform(0, s, n, r, T(-2), T(3)); },
+  c.push_back({"Uniform",
+               [=](void *s, int32_t n, T *r) { return Uniform(0, s, n, r, T(-2), T(3)); },
                [](void *t, int32_t n) { return raw<T>(t, n, T(-2), T(3)); }});
-  c.push_back({"Gaussian0",
-               [=](void *s, int32_t n, T *r) { return Gaussian(0, s, n, r, A, B); },
+  c.push_back({"Gaussian0", [=](void *s, int32_t n, T *r) { return Gaussian(0, s, n, r, A, B); },
                [=](void *t, int32_t n) {
                  std::vector<double> o;
                  for (int32_t i = 0; i < n; ++i) {
@@ -106,15 +105,13 @@ std::vector<Case<T>> cases() {
                  }
                  return o;
                }});
-  c.push_back({"Gaussian1",
-               [=](void *s, int32_t n, T *r) { return Gaussian(1, s, n, r, A, B); },
+  c.push_back({"Gaussian1", [=](void *s, int32_t n, T *r) { return Gaussian(1, s, n, r, A, B); },
                [=](void *t, int32_t n) {
                  auto o = bm_pairs<T>(t, n);
                  for (auto &x : o) x = x * B + A;
                  return o;
                }});
-  c.push_back({"Gaussian2",
-               [=](void *s, int32_t n, T *r) { return Gaussian(2, s, n, r, A, B); },
+  c.push_back({"Gaussian2", [=](void *s, int32_t n, T *r) { return Gaussian(2, s, n, r, A, B); },
                [=](void *t, int32_t n) {
                  auto o = raw<T>(t, n, T(-1), T(1));
                  for (auto &x : o) x = erfinv_ref(x) * static_cast<double>(B * sqrt2) + A;
@@ -161,13 +158,14 @@ std::vector<Case<T>> cases() {
                  for (auto &x : o) x = A + B * std::sqrt(-std::log(x));
                  return o;
                }});
-  c.push_back({"Lognormal0",
-               [=](void *s, int32_t n, T *r) { return Lognormal(0, s, n, r, T(0.2), T(0.5), A, B); },
-               [=](void *t, int32_t n) {
-                 auto o = bm_pairs<T>(t, n);
-                 for (auto &x : o) x = A + B * std::exp(x * double(T(0.5)) + double(T(0.2)));
-                 return o;
-               }});
+  c.push_back(
+      {"Lognormal0",
+       [=](void *s, int32_t n, T *r) { return Lognormal(0, s, n, r, T(0.2), T(0.5), A, B); },
+       [=](void *t, int32_t n) {
+         auto o = bm_pairs<T>(t, n);
+         for (auto &x : o) x = A + B * std::exp(x * double(T(0.5)) + double(T(0.2)));
+         return o;
+       }});
   c.push_back({"Lognormal2",
                [=](void *s, int32_t n, T *r) {
                  return Lognormal(QOR_RNG_METHOD_ACCURATE, s, n, r, T(0.2), T(0.5), A, B);
