@@ -257,6 +257,68 @@ QOR_API int32_t __rixLoadStreamM(void **stream, const void *buffer);
 QOR_API int32_t __rixSaveStreamF(const void *stream, const char *name, int32_t nameLength, ...);
 QOR_API int32_t __rixLoadStreamF(void **stream, const char *name, int32_t nameLength, ...);
 
+
+/* ---- continuous distributions by transformation ----------------------- */
+/* Arguments: method word, stream, count n, result array r, then the
+ * distribution's parameters.  Bit 30 of the method word asks for results
+ * clamped into the support where a member supports it; the low bits pick the
+ * Gaussian method.  The return value is the status of the first failing inner
+ * draw, else that of the last uniform draw.  Parameter validity (sigma > 0,
+ * beta > 0, a < b, alpha > 0) is the caller's contract. */
+#define QOR_RNG_METHOD_ACCURATE 0x40000000u
+#define QOR_RNG_GAUSSIAN_BOXMULLER 0u  /* two uniforms per variate, no state */
+#define QOR_RNG_GAUSSIAN_BOXMULLER2 1u /* pairs, continuous across calls */
+#define QOR_RNG_GAUSSIAN_ICDF 2u       /* inverse error function */
+/* Chunk identifier of the pending Gaussian pair (two doubles, -1.0 -1.0 when
+ * nothing is pending). */
+#define QOR_RNG_CHUNK_GAUSSIAN_PAIR 2u
+
+#define QOR_RNG_DECLARE_DIST2(NAME)                                                         \
+  QOR_API int32_t _rixsRng##NAME(uint32_t method, void *stream, int32_t n, float *r, float p1, \
+                                 float p2);                                                 \
+  QOR_API int32_t _rixdRng##NAME(uint32_t method, void *stream, int32_t n, double *r,       \
+                                 double p1, double p2);
+
+QOR_RNG_DECLARE_DIST2(Uniform)     /* a, b */
+QOR_RNG_DECLARE_DIST2(Gaussian)    /* mean a, sigma */
+QOR_RNG_DECLARE_DIST2(Exponential) /* displacement a, scale beta */
+QOR_RNG_DECLARE_DIST2(Laplace)     /* a, beta */
+QOR_RNG_DECLARE_DIST2(Cauchy)      /* a, beta */
+QOR_RNG_DECLARE_DIST2(Rayleigh)    /* a, beta */
+QOR_RNG_DECLARE_DIST2(Gumbel)      /* a, beta */
+#undef QOR_RNG_DECLARE_DIST2
+
+/* Weibull: shape alpha, displacement a, scale beta. */
+QOR_API int32_t _rixsRngWeibull(uint32_t method, void *stream, int32_t n, float *r, float alpha,
+                                float a, float beta);
+QOR_API int32_t _rixdRngWeibull(uint32_t method, void *stream, int32_t n, double *r,
+                                double alpha, double a, double beta);
+/* Lognormal: x = b + beta * exp(g), g Gaussian with mean a and deviation
+ * sigma (method word 0: Gaussian method 1, sharing its pending pair;
+ * anything else: method 2). */
+QOR_API int32_t _rixsRngLognormal(uint32_t method, void *stream, int32_t n, float *r, float a,
+                                  float sigma, float b, float beta);
+QOR_API int32_t _rixdRngLognormal(uint32_t method, void *stream, int32_t n, double *r, double a,
+                                  double sigma, double b, double beta);
+
+
+/* ---- integer uniform, Bernoulli and uniform bits ------------------------ */
+/* The generator cannot hand out uniformly distributed bits of the requested
+ * width. */
+#define QOR_RNG_ERROR_NO_UNIFORM_BITS (-1014)
+/* n integers in [a, b). */
+QOR_API int32_t _rixiRngUniform(uint32_t method, void *stream, int32_t n, int32_t *r, int32_t a,
+                                int32_t b);
+/* n values 1 (probability p) or 0. */
+QOR_API int32_t _rixiRngBernoulli(uint32_t method, void *stream, int32_t n, uint32_t *r,
+                                  double p);
+/* n native output words of the generator (wordSize bytes each). */
+QOR_API int32_t _rixiRngUniformBits(uint32_t method, void *stream, int32_t n, uint32_t *r);
+/* n 32-bit words of uniform bits. */
+QOR_API int32_t _rixiRngUniformBits32(uint32_t method, void *stream, int32_t n, uint32_t *r);
+/* n 64-bit words of uniform bits: 2n 32-bit words of r, low half first. */
+QOR_API int32_t _rixiRngUniformBits64(uint32_t method, void *stream, int32_t n, uint32_t *r);
+
 #ifdef __cplusplus
 }
 #endif

@@ -13,6 +13,7 @@
 // Without arguments it prints the first outputs of every generator that the
 // library provides (the tour's view).
 #include <cerrno>
+#include <cmath>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -241,11 +242,256 @@ int overview() {
   return 0;
 }
 
+// ---- continuous distributions ---------------------------------------------
+//   qor rng DIST --brng NAME[:MEMBER] [--seed S,..] [-n N] [--method M] P1 P2 ..
+// DIST is flat (the Uniform distribution), gaussian, exponential, laplace,
+// weibull, cauchy, rayleigh, lognormal or gumbel; the parameters follow the
+// entry point's order.  The kernels trust their parameters, so the tool
+// checks them and says which one is wrong.
+
+struct Dist {
+  const char *name;
+  std::vector<const char *> params;
+  bool many_methods;  // Gaussian: methods 0, 1, 2
+  // Empty when the parameters are valid, else what is wrong.
+  std::string (*check)(const std::vector<double> &p);
+  int32_t (*draw)(uint32_t method, void *stream, int32_t n, double *r, const double *p);
+};
+
+std::string positive(const char *what, double v) {
+  return v > 0 ? std::string() : std::string(what) + " must be positive";
+}
+
+const Dist kDists[] = {
+    {"flat",
+     {"a", "b"},
+     false,
+     [](const std::vector<double> &p) {
+       return p[0] < p[1] ? std::string() : std::string("a must be below b");
+     },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngUniform(m, s, n, r, p[0], p[1]);
+     }},
+    {"gaussian",
+     {"a", "sigma"},
+     true,
+     [](const std::vector<double> &p) { return positive("sigma", p[1]); },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngGaussian(m, s, n, r, p[0], p[1]);
+     }},
+    {"exponential",
+     {"a", "beta"},
+     false,
+     [](const std::vector<double> &p) { return positive("beta", p[1]); },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngExponential(m, s, n, r, p[0], p[1]);
+     }},
+    {"laplace",
+     {"a", "beta"},
+     false,
+     [](const std::vector<double> &p) { return positive("beta", p[1]); },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngLaplace(m, s, n, r, p[0], p[1]);
+     }},
+    {"weibull",
+     {"alpha", "a", "beta"},
+     false,
+     [](const std::vector<double> &p) {
+       std::string e = positive("alpha", p[0]);
+       return e.empty() ? positive("beta", p[2]) : e;
+     },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngWeibull(m, s, n, r, p[0], p[1], p[2]);
+     }},
+    {"cauchy",
+     {"a", "beta"},
+     false,
+     [](const std::vector<double> &p) { return positive("beta", p[1]); },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngCauchy(m, s, n, r, p[0], p[1]);
+     }},
+    {"rayleigh",
+     {"a", "beta"},
+     false,
+     [](const std::vector<double> &p) { return positive("beta", p[1]); },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngRayleigh(m, s, n, r, p[0], p[1]);
+     }},
+    {"lognormal",
+     {"a", "sigma", "b", "beta"},
+     false,
+     [](const std::vector<double> &p) {
+       std::string e = positive("sigma", p[1]);
+       return e.empty() ? positive("beta", p[3]) : e;
+     },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngLognormal(m, s, n, r, p[0], p[1], p[2], p[3]);
+     }},
+    {"gumbel",
+     {"a", "beta"},
+     false,
+     [](const std::vector<double> &p) { return positive("beta", p[1]); },
+     [](uint32_t m, void *s, int32_t n, double *r, const double *p) {
+       return _rixdRngGumbel(m, s, n, r, p[0], p[1]);
+     }},
+};
+
+const Dist *find_dist(const std::string &name) {
+  for (const Dist &d : kDists)
+    if (name == d.name) return &d;
+  return nullptr;
+}
+
+std::string dist_usage(const Dist &d) {
+  std::string u =
+      std::string("usage: qor rng ") + d.name + " --brng NAME [--seed S] [-n N] [--method M]";
+  for (const char *p : d.params) u += std::string(" ") + p;
+  return u;
+}
+
+int run_dist(const Dist &d, const Args &args) {
+  Args rest;
+  std::vector<double> params;
+  uint64_t method = 0;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string &a = args[i];
+    if (a == "--method") {
+      if (i + 1 >= args.size()) return usage_error("rng: option --method needs a value");
+      if (!parse_u64(args[++i], 0xFFFFFFFFu, method))
+        return usage_error("rng: bad method '" + args[i] + "'");
+    } else if (a == "--brng" || a == "--seed" || a == "-n" || a.rfind("--", 0) == 0) {
+      rest.push_back(a);  // parse() checks the option and its value
+      if (i + 1 < args.size()) rest.push_back(args[++i]);
+    } else {
+      double v = 0;
+      if (!parse_double(a, v))
+        return usage_error("rng: " + std::string(d.name) + ": bad parameter '" + a + "'");
+      params.push_back(v);
+    }
+  }
+  if (params.size() != d.params.size())
+    return usage_error("rng: " + std::string(d.name) + " takes " + std::to_string(d.params.size()) +
+                       " parameters, got " + std::to_string(params.size()) + "\n" + dist_usage(d));
+  const uint32_t low = static_cast<uint32_t>(method) & ~QOR_RNG_METHOD_ACCURATE;
+  if (low > (d.many_methods ? 2u : 0u))
+    return usage_error("rng: " + std::string(d.name) + ": method " + std::to_string(low) +
+                       (d.many_methods
+                            ? " is not 0, 1 or 2"
+                            : " is not 0 (only the accuracy flag 0x40000000 may be set)"));
+  if (std::string e = d.check(params); !e.empty())
+    return usage_error("rng: " + std::string(d.name) + ": " + e);
+  Options o;
+  if (int rc = parse(rest, false, o); rc != 0) return rc;
+  void *stream = nullptr;
+  int32_t st =
+      __rixNewStreamEx(&stream, o.brng, static_cast<uint32_t>(o.seed.size()), o.seed.data());
+  if (st != 0) {
+    if (stream) __rixDeleteStream(&stream);
+    std::fprintf(stderr, "qor: rng: %s is not available (status %d)\n", o.name.c_str(), st);
+    return 1;
+  }
+  constexpr int32_t kBlock = 1 << 14;
+  std::vector<double> r(kBlock);
+  for (int32_t done = 0; done < o.n && st >= 0;) {
+    const int32_t m = o.n - done < kBlock ? o.n - done : kBlock;
+    st = d.draw(static_cast<uint32_t>(method), stream, m, r.data(), params.data());
+    for (int32_t i = 0; i < m && st >= 0; ++i) std::printf("%.17g\n", r[i]);
+    done += m;
+  }
+  __rixDeleteStream(&stream);
+  if (st < 0) {
+    std::fprintf(stderr, "qor: rng: %s failed (status %d)\n", d.name, st);
+    return 1;
+  }
+  return 0;
+}
+
+// Integer members:
+//   qor rng uniform-int --brng NAME [--seed S] [-n N] A B
+//   qor rng bernoulli   --brng NAME [--seed S] [-n N] P
+//   qor rng bits32|bits64 --brng NAME [--seed S] [-n N]
+int run_integer(const std::string &sub, const Args &args) {
+  Args rest;
+  std::vector<double> params;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string &a = args[i];
+    if (a == "--brng" || a == "--seed" || a == "-n" || a.rfind("--", 0) == 0) {
+      rest.push_back(a);
+      if (i + 1 < args.size()) rest.push_back(args[++i]);
+    } else {
+      double v = 0;
+      if (!parse_double(a, v)) return usage_error("rng: " + sub + ": bad parameter '" + a + "'");
+      params.push_back(v);
+    }
+  }
+  const size_t want = sub == "uniform-int" ? 2 : sub == "bernoulli" ? 1 : 0;
+  if (params.size() != want)
+    return usage_error("rng: " + sub + " takes " + std::to_string(want) + " parameters, got " +
+                       std::to_string(params.size()));
+  if (sub == "uniform-int") {
+    for (double v : params)
+      if (v != std::floor(v) || v < -2147483648.0 || v > 2147483647.0)
+        return usage_error("rng: uniform-int: bounds must be 32-bit integers");
+    if (!(params[0] < params[1])) return usage_error("rng: uniform-int: a must be below b");
+  }
+  if (sub == "bernoulli" && !(params[0] >= 0 && params[0] <= 1))
+    return usage_error("rng: bernoulli: p must lie in [0, 1]");
+  Options o;
+  if (int rc = parse(rest, false, o); rc != 0) return rc;
+  void *stream = nullptr;
+  int32_t st =
+      __rixNewStreamEx(&stream, o.brng, static_cast<uint32_t>(o.seed.size()), o.seed.data());
+  if (st != 0) {
+    if (stream) __rixDeleteStream(&stream);
+    std::fprintf(stderr, "qor: rng: %s is not available (status %d)\n", o.name.c_str(), st);
+    return 1;
+  }
+  constexpr int32_t kBlock = 1 << 13;
+  std::vector<uint32_t> w(2 * static_cast<size_t>(kBlock));
+  for (int32_t done = 0; done < o.n && st >= 0;) {
+    const int32_t m = o.n - done < kBlock ? o.n - done : kBlock;
+    if (sub == "uniform-int") {
+      auto *r = reinterpret_cast<int32_t *>(w.data());
+      st = _rixiRngUniform(0, stream, m, r, static_cast<int32_t>(params[0]),
+                           static_cast<int32_t>(params[1]));
+      for (int32_t i = 0; i < m && st >= 0; ++i) std::printf("%d\n", r[i]);
+    } else if (sub == "bernoulli") {
+      st = _rixiRngBernoulli(0, stream, m, w.data(), params[0]);
+      for (int32_t i = 0; i < m && st >= 0; ++i) std::printf("%u\n", w[i]);
+    } else if (sub == "bits32") {
+      st = _rixiRngUniformBits32(0, stream, m, w.data());
+      for (int32_t i = 0; i < m && st >= 0; ++i) std::printf("%u\n", w[i]);
+    } else {
+      st = _rixiRngUniformBits64(0, stream, m, w.data());
+      for (int32_t i = 0; i < m && st >= 0; ++i)
+        std::printf("%" PRIu64 "\n", w[2 * i] | (uint64_t{w[2 * i + 1]} << 32));
+    }
+    done += m;
+  }
+  __rixDeleteStream(&stream);
+  if (st == QOR_RNG_ERROR_NO_UNIFORM_BITS) {
+    std::fprintf(stderr, "qor: rng: %s cannot give uniform bits of that width (status %d)\n",
+                 o.name.c_str(), st);
+    return 1;
+  }
+  if (st < 0) {
+    std::fprintf(stderr, "qor: rng: %s failed (status %d)\n", sub.c_str(), st);
+    return 1;
+  }
+  return 0;
+}
+
 int run_rng(const Args &args) {
   if (args.empty()) return overview();
   const std::string sub = args[0];
+  if (const Dist *d = find_dist(sub)) return run_dist(*d, Args(args.begin() + 1, args.end()));
+  if (sub == "uniform-int" || sub == "bernoulli" || sub == "bits32" || sub == "bits64")
+    return run_integer(sub, Args(args.begin() + 1, args.end()));
   if (sub != "bits" && sub != "uniform")
-    return usage_error("rng: unknown subcommand '" + sub + "' (bits or uniform)");
+    return usage_error(
+        "rng: unknown subcommand '" + sub +
+        "' (bits, uniform, uniform-int, bernoulli, bits32, bits64, or a distribution: "
+        "flat gaussian exponential laplace weibull cauchy rayleigh lognormal gumbel)");
   Options o;
   const bool uniform = sub == "uniform";
   if (int rc = parse(Args(args.begin() + 1, args.end()), uniform, o); rc != 0) return rc;
