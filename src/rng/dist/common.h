@@ -9,6 +9,7 @@
 #include "qor/pex.h"
 #include "qor/rng.h"
 #include "qor/vm.h"
+#include "vm/service/state.h"
 
 extern "C" {
 // Kernel tables of the vector-math functions the transformations need (three
@@ -74,8 +75,10 @@ class Frame {
   ~Frame() {
     // The callback first: setting it edits the callback bit of the mode
     // word, which restoring the mode then overrides with the saved value.
+    // The word is put back exactly: SetMode could not clear the denormal
+    // field that the per-call bracket sets.
     qor_pex_kernel_SetErrorCallBack(callback_);
-    qor_pex_kernel_SetMode(mode_);
+    qor::vm::restore_mode(mode_);
     asm volatile("ldmxcsr %0" : : "m"(mxcsr_) : "memory");
     asm volatile("fldcw %0" : : "m"(x87_) : "memory");
   }
@@ -102,7 +105,7 @@ inline void vm_call(const void *const *table, A... args) {
   const int s = slot();
   const uint32_t prev = qor_pex_kernel_SetMode(kCallMode);
   reinterpret_cast<K>(table[s])(args...);
-  qor_pex_kernel_SetMode(prev);
+  qor::vm::restore_mode(prev);
 }
 
 // Per-precision access to the kernels and constants.

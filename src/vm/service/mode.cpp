@@ -107,6 +107,12 @@ inline ThreadState &initialised_state() {
 
 uint32_t current_mode() { return initialised_state().mode; }
 
+void restore_mode(uint32_t mode) {
+  // A saved word is never 0 (it was read after lazy initialisation); a 0
+  // would only mean "initialise again from the environment".
+  thread_state().mode = mode;
+}
+
 }  // namespace qor::vm
 
 using qor::vm::thread_state;

@@ -38,6 +38,11 @@ bool parse_mode_text(const char *text, int length, uint64_t *value);
 // length below 1 meaning no value).
 uint32_t initial_mode(const char *text, int length);
 
+// Puts back a mode word saved earlier, exactly: SetMode's merge cannot clear
+// a field to zero, so library code that brackets its own vector-math calls
+// (the distributions) restores the caller's word through this.
+void restore_mode(uint32_t mode);
+
 // Field-by-field merge used by SetMode.
 uint32_t merge_mode(uint32_t old_mode, uint32_t new_mode);
 
