@@ -54,7 +54,7 @@ class Guard<Kind::None> {
 template <>
 class Guard<Kind::Mode> {
  public:
-  Guard() {
+  [[gnu::always_inline]] Guard() {
     uint16_t cw = read_x87_cw();
     if ((cw & 0x3F) != 0x3F) {
       x87_saved_ = cw;
@@ -69,7 +69,7 @@ class Guard<Kind::Mode> {
       load_mxcsr((m & 0xFFFF003Fu) | want);
     }
   }
-  ~Guard() {
+  [[gnu::always_inline]] ~Guard() {
     if (x87_changed_) load_x87_cw(x87_saved_);
     if (mxcsr_changed_) load_mxcsr(mxcsr_saved_ | (read_mxcsr() & 0x3F));
   }
