@@ -116,3 +116,24 @@ TEST(VmFrame, FixedFrameKeepsCallerRounding) {
 }
 
 }  // namespace
+
+namespace {
+
+// In the exception error mode the handler leaves the x87 flag of the code
+// set; restoring the caller's control word must not clear it.
+TEST(VmFrame, ExceptModeFlagSurvivesControlWordRestore) {
+  uint32_t m = qor_pex_kernel_SetMode(PEX_ERRMODE_EXCEPT);
+  float a[2] = {1, -1}, r[2];
+  uint16_t c0 = x87_cw();
+  set_x87_cw(0x037F & ~0x20);  // precision exception unmasked: the frame must change the word
+  _pexsSqrt(2, a, r);
+  uint16_t sw;
+  asm volatile("fnstsw %0" : "=m"(sw));
+  asm volatile("fnclex");
+  set_x87_cw(c0);
+  qor_pex_kernel_SetMode(m);
+  qor_pex_kernel_ClearErrStatus();
+  EXPECT_EQ(sw & 0x01, 0x01) << "invalid flag of the domain error";
+}
+
+}  // namespace

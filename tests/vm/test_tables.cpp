@@ -87,7 +87,7 @@ std::vector<Table> expected_tables() {
 std::string la_suffix(char t) { return t == 's' || t == 'c' ? "_21" : "_50"; }
 std::string ep_suffix(char t) { return t == 's' || t == 'c' ? "_11" : "_26"; }
 
-class Lib : public ::testing::Test {
+class VmExports : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { handle = dlopen(QOR_SHARED_LIBRARY, RTLD_NOW | RTLD_LOCAL); }
   static void *sym(const std::string &n) { return dlsym(handle, n.c_str()); }
@@ -153,7 +153,7 @@ const void *slot_of_entry(const void *entry) {
   return nullptr;
 }
 
-TEST_F(Lib, EveryEntryPointGoesThroughItsSlot) {
+TEST_F(VmExports, EveryEntryPointGoesThroughItsSlot) {
   ASSERT_NE(handle, nullptr) << dlerror();
   int checked = 0;
   for (auto &t : expected_tables()) {
@@ -184,7 +184,7 @@ TEST_F(Lib, EveryEntryPointGoesThroughItsSlot) {
   EXPECT_EQ(checked, 480);
 }
 
-TEST_F(Lib, CostTableLiesDirectlyBehindKernelTable) {
+TEST_F(VmExports, CostTableLiesDirectlyBehindKernelTable) {
   ASSERT_NE(handle, nullptr);
   for (auto &t : expected_tables()) {
     auto *tt = static_cast<const uint8_t *>(sym("qor_pex_kernel_" + t.id + "_ttab"));
@@ -200,7 +200,7 @@ TEST_F(Lib, CostTableLiesDirectlyBehindKernelTable) {
   }
 }
 
-TEST_F(Lib, KernelSharingFollowsTheRules) {
+TEST_F(VmExports, KernelSharingFollowsTheRules) {
   ASSERT_NE(handle, nullptr);
   for (auto &t : expected_tables()) {
     auto *k = static_cast<const QorPexKernelTable *>(sym("qor_pex_kernel_" + t.id + "_ttab"));
@@ -223,7 +223,7 @@ TEST_F(Lib, KernelSharingFollowsTheRules) {
   }
 }
 
-TEST_F(Lib, StridedFormNeverSharesWithContiguous) {
+TEST_F(VmExports, StridedFormNeverSharesWithContiguous) {
   ASSERT_NE(handle, nullptr);
   for (auto &t : expected_tables()) {
     if (t.id.back() != 'I' || is_pack(t.func)) continue;
@@ -235,7 +235,7 @@ TEST_F(Lib, StridedFormNeverSharesWithContiguous) {
   }
 }
 
-TEST_F(Lib, CostsOfTheFixedRows) {
+TEST_F(VmExports, CostsOfTheFixedRows) {
   ASSERT_NE(handle, nullptr);
   struct Row {
     const char *id;
@@ -268,7 +268,7 @@ TEST_F(Lib, CostsOfTheFixedRows) {
 // The entry points run the slot: through the shared library, the sDiv
 // entries must agree with calling the table slots directly, and the three
 // slots are three different kernels.
-TEST_F(Lib, EntriesRunTheSlotKernels) {
+TEST_F(VmExports, EntriesRunTheSlotKernels) {
   ASSERT_NE(handle, nullptr);
   using Div = void (*)(int32_t, const float *, const float *, float *);
   auto *tab = static_cast<const QorPexKernelTable *>(sym("qor_pex_kernel_sDiv_ttab"));

@@ -166,7 +166,8 @@ constexpr bool same_layout() {
 #define QOR_VM_ASM_SIZE(sym) ".size " sym ", .-" sym "\n"
 
 // Plain entry: load the slot, jump.  The kernel returns to the caller.
-#define QOR_VM_BODY_JMP(tab, off) "\tmovq " tab "+" off "(%rip), %rax\n\tjmp *%rax\n"
+#define QOR_VM_BODY_JMP(tab, off) \
+  "\t.cfi_startproc\n\tmovq " tab "+" off "(%rip), %rax\n\tjmp *%rax\n\t.cfi_endproc\n"
 // Pack/Unpack: call the slot with 1 as the fifth argument (32-bit integers).
 #define QOR_VM_BODY_PACK(tab, off)                                            \
   "\t.cfi_startproc\n\tsubq $8, %rsp\n\t.cfi_adjust_cfa_offset 8\n"           \

@@ -24,7 +24,11 @@ inline uint16_t read_x87_cw() {
   asm volatile("fnstcw %0" : "=m"(cw));
   return cw;
 }
+// On entry pending x87 exceptions are cleared before the masked word is
+// loaded; on exit the caller's word is loaded as it was, leaving any flag the
+// error handler raised (exception error mode) in the status word.
 inline void load_x87_cw(uint16_t cw) { asm volatile("fnclex\n\tfldcw %0" : : "m"(cw) : "memory"); }
+inline void restore_x87_cw(uint16_t cw) { asm volatile("fldcw %0" : : "m"(cw) : "memory"); }
 inline uint32_t read_mxcsr() {
   uint32_t m;
   asm volatile("stmxcsr %0" : "=m"(m) : : "memory");
@@ -54,7 +58,7 @@ class Guard<Kind::None> {
 template <>
 class Guard<Kind::Mode> {
  public:
-  Guard() {
+  [[gnu::always_inline]] Guard() {
     uint16_t cw = read_x87_cw();
     if ((cw & 0x3F) != 0x3F) {
       x87_saved_ = cw;
@@ -69,8 +73,8 @@ class Guard<Kind::Mode> {
       load_mxcsr((m & 0xFFFF003Fu) | want);
     }
   }
-  ~Guard() {
-    if (x87_changed_) load_x87_cw(x87_saved_);
+  [[gnu::always_inline]] ~Guard() {
+    if (x87_changed_) restore_x87_cw(x87_saved_);
     if (mxcsr_changed_) load_mxcsr(mxcsr_saved_ | (read_mxcsr() & 0x3F));
   }
   Guard(const Guard &) = delete;
@@ -101,7 +105,7 @@ class Guard<Kind::Fixed> {
     }
   }
   ~Guard() {
-    if (x87_changed_) load_x87_cw(x87_saved_);
+    if (x87_changed_) restore_x87_cw(x87_saved_);
     if (mxcsr_changed_) load_mxcsr(mxcsr_saved_ | (read_mxcsr() & 0x3F));
   }
   Guard(const Guard &) = delete;
