@@ -29,7 +29,7 @@ std::vector<Case> all_cases() {
   return v;
 }
 
-// Known limits, measured and documented in docs/vm.md: next to the zeros of
+// Known limits, measured and documented in docs/vm-accuracy.md: next to the zeros of
 // J_n and Y_n (n >= 2) the three-term recurrence cancels, and for complex
 // double Pow/Powx with a large |b log a| the phase carries the absolute error
 // of the extended-precision logarithm.  There the bound is not met; the test
