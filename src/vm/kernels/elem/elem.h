@@ -34,10 +34,10 @@
 //     Abs 0.5/0.5; Acos 0.5/0.5; Acosh 0.5/0.5; Add 0.5/0.5; Arg 0.5/0.5; Asin 0.5/0.5;
 //     Asinh 0.5/0.5; Atan 0.5/0.5; Atanh 0.5/0.5; CIS 0.5/0.5; Conj 0/0; Cos 0.5/0.501;
 //     Cosh 0.5/0.5; Div 0.5/0.5; Exp 0.5/0.5; Ln 0.5/0.5; Log10 0.5/0.5; Mul 0.5/0.5;
-//     MulByConj 0.5/0.5; Pow 0.5/40.1; Powx 0.5/616; Sin 0.5/0.501; Sinh 0.5/0.501; Sqrt 0.5/0.5;
+//     MulByConj 0.5/0.5; Pow 0.5/0.521; Powx 0.5/0.509; Sin 0.5/0.501; Sinh 0.5/0.501; Sqrt 0.5/0.5;
 //     Sub 0.5/0.5; Tan 0.5/0.5; Tanh 0.5/0.5;
 //   Over-bound entries are the documented limits: Jn/Yn next to zeros of order
-//   >= 2, J0/J1 next to zeros above 50, complex double Pow/Powx phase error.
+//   >= 2, J0/J1 next to zeros above 50.
 #pragma once
 
 #include "vm/kernels/elem/bessel.h"
