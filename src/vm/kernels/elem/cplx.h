@@ -88,56 +88,10 @@ inline CL div(CL a, CL b) {
 // binary128 arithmetic (the compiler's software quad type; no library):
 // with L0 the extended logarithm, a e^-L0 = 1 + E and log a = L0 + E to
 // ~2^-103, and b log a is formed in binary128 before the final exponential.
-using Q = __float128;
-
-// 1/n! for n < 32, computed once.
-inline const Q *q_inv_factorials() {
-  static const struct Table {
-    Q v[32];
-    Table() {
-      v[0] = 1;
-      for (int n = 1; n < 32; ++n) v[n] = v[n - 1] / n;
-    }
-  } table;
-  return table.v;
-}
-
-inline Q q_exp(Q v) {  // |v| <= ~12000
-  const ld kLn2Hi = 0.6931471805599453094286905L, kLn2Lo = -1.14583527267987328109353e-20L;
-  const ld k = std::nearbyint(static_cast<ld>(v) / kLn2Hi);
-  const Q r = v - static_cast<Q>(k) * static_cast<Q>(kLn2Hi) - static_cast<Q>(k) * static_cast<Q>(kLn2Lo);
-  // |r| <= 0.35: 26 terms reach 2^-118.
-  const Q *f = q_inv_factorials();
-  Q sum = f[26];
-  for (int n = 25; n >= 0; --n) sum = sum * r + f[n];
-  return sum * static_cast<Q>(std::ldexp(1.0L, static_cast<int>(k)));
-}
-
-// sin and cos of |v| <= ~4, reduced by quarter turns to |r| <= pi/4.
-inline void q_sincos(Q v, Q &s, Q &c) {
-  const ld kPio2Hi = 1.570796326794896619256404L, kPio2Lo = -2.508278806334166011778664e-20L;
-  const ld k = std::nearbyint(static_cast<ld>(v) / kPio2Hi);
-  const Q r = v - static_cast<Q>(k) * static_cast<Q>(kPio2Hi) - static_cast<Q>(k) * static_cast<Q>(kPio2Lo);
-  const Q r2 = r * r;
-  const Q *f = q_inv_factorials();
-  // |r| <= 0.79: terms up to r^29 / 29! are below 2^-118.
-  Q cs = f[28], sn = f[29];
-  for (int n = 26; n >= 0; n -= 2) cs = -cs * r2 + f[n];
-  for (int n = 27; n >= 1; n -= 2) sn = -sn * r2 + f[n];
-  sn *= r;
-  switch (static_cast<int>(k) & 3) {
-    case 0: s = sn; c = cs; break;
-    case 1: s = cs; c = -sn; break;
-    case 2: s = -sn; c = -cs; break;
-    default: s = -cs; c = sn; break;
-  }
-}
-
-// Splits a binary128 value into an extended-precision head and tail.
-inline void split(Q v, ld &hi, ld &lo) {
-  hi = static_cast<ld>(v);
-  lo = static_cast<ld>(v - static_cast<Q>(hi));
-}
+using elem::detail::Q;
+using elem::detail::q_exp;
+using elem::detail::q_sincos;
+using elem::detail::split;
 
 // The extended path leaves an absolute phase error of about |b| |log a| 2^-64;
 // the smaller nonzero component absorbs it only if it is not much smaller
