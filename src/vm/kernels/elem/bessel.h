@@ -12,10 +12,8 @@
 //    centres the cancellation is at most a factor of two.
 //  - above 50: Hankel's asymptotic expansion with the argument reduced
 //    modulo 2 pi through the extended sine and cosine; next to a zero (value
-//    below 1/16 of the envelope) and below 2^52 it is redone in binary128
-//    with an exact reduction.  From 2^52 on the absolute error is ~2^-63 of
-//    the envelope sqrt(2/(pi x)), so the relative error grows next to the
-//    zeros there (documented in docs/vm-accuracy.md).
+//    below 1/16 of the envelope) it is redone in binary128 with an exact
+//    reduction, which keeps the relative accuracy there.
 #pragma once
 
 #include <algorithm>
@@ -91,9 +89,71 @@ inline ld bessel_hankel(int nu, ld x, bool second_kind) {
   return second_kind ? s * (P * sn + Q * cs) : s * (P * cs - Q * sn);
 }
 
-// The same expansion carried out in binary128 for 50 < x < 2^52, where the
-// phase can be had to ~2^-110: x is reduced by quarter turns with pi/2 split
-// into 60-bit parts (k * part is exact), the expansion is written as
+// Bits of 2/pi, 64 a word, most significant first (enough for every double).
+inline constexpr unsigned long long kTwoOverPiBits[19] = {
+    0xa2f9836e4e441529ULL,
+    0xfc2757d1f534ddc0ULL,
+    0xdb6295993c439041ULL,
+    0xfe5163abdebbc561ULL,
+    0xb7246e3a424dd2e0ULL,
+    0x06492eea09d1921cULL,
+    0xfe1deb1cb129a73eULL,
+    0xe88235f52ebb4484ULL,
+    0xe99c7026b45f7e41ULL,
+    0x3991d639835339f4ULL,
+    0x9c845f8bbdf9283bULL,
+    0x1ff897ffde05980fULL,
+    0xef2f118b5a0a6d1fULL,
+    0x6d367ecf27cb09b7ULL,
+    0x4f463f669e5fea2dULL,
+    0x7527bac7ebe5f17bULL,
+    0x3d0739f78a5292eaULL,
+    0x6bfb5fb11f8d5d08ULL,
+    0x56033046fc7b6babULL
+
+};
+
+// x = k pi/2 + r with |r| <= pi/4, r to ~2^-112 absolute; returns k mod 4.
+// Below 2^52: pi/2 in 60-bit parts (k times a part is exact in binary128).
+// From 2^52 on x = m 2^e is an integer and x 2/pi mod 4 is formed exactly
+// from the bits of 2/pi (Payne and Hanek's reduction) in 128-bit fixed point.
+inline int reduce_quarter_turns(ld xl, Q &r) {
+  const ld kP1 = 1.57079632679489661871430339346L, kP2 = 5.17018298179410557161239416938e-19L,
+           kP3 = -2.75299651904407171810459257192e-37L;
+  if (xl < 0x1p52L) {
+    const ld k = std::nearbyint(xl / kP1);
+    const Q x = xl;
+    r = ((x - static_cast<Q>(k) * static_cast<Q>(kP1)) - static_cast<Q>(k) * static_cast<Q>(kP2)) -
+        static_cast<Q>(k) * static_cast<Q>(kP3);
+    return static_cast<int>(static_cast<long long>(k) & 3);
+  }
+  int ex;
+  const ld frac = std::frexp(xl, &ex);                        // xl = frac 2^ex, frac in [1/2, 1)
+  const auto m = static_cast<unsigned long long>(std::ldexp(frac, 64));  // 64-bit integer significand
+  const int e = ex - 64;                                      // xl = m 2^e
+  using U = unsigned __int128;
+  U acc = 0;  // y 2^126 mod 2^128, y = x 2/pi
+  for (int i = 0; i < 19; ++i) {
+    const int shift = e - 64 * (i + 1) + 126;  // weight of the product's lowest bit
+    if (shift >= 128) continue;
+    if (shift + 128 <= 0) break;
+    const U lo = static_cast<U>(m) * static_cast<unsigned long long>(kTwoOverPiBits[i]);  // m * word, 128 bits
+    acc += shift >= 0 ? (lo << shift) : (lo >> (-shift));
+  }
+  int k = static_cast<int>(acc >> 126);
+  U f = acc & ((static_cast<U>(1) << 126) - 1);
+  __int128 sf = static_cast<__int128>(f);
+  if (f >> 125) {  // fraction >= 1/2: round k up
+    sf -= static_cast<__int128>(static_cast<U>(1) << 126);
+    k += 1;
+  }
+  const Q pio2 = static_cast<Q>(kP1) + static_cast<Q>(kP2) + static_cast<Q>(kP3);
+  r = static_cast<Q>(sf) * static_cast<Q>(0x1p-126L) * pio2;
+  return k & 3;
+}
+
+// The same expansion carried out in binary128, where the phase can be had to
+// ~2^-110: x is reduced exactly by quarter turns, the expansion is written as
 // M cos(chi + phi) with phi = atan(Q/P), and the final angle is reduced again
 // so that next to a zero the sine or cosine is of a small, accurate argument.
 // Relative accuracy then holds next to the zeros as well.
@@ -112,11 +172,8 @@ inline ld bessel_hankel_q(int nu, ld xl, bool second_kind) {
     if (std::fabs(static_cast<ld>(term)) < 0x1p-118L) break;
   }
   // x = k pi/2 + r, |r| <= pi/4
-  const ld kP1 = 1.57079632679489661871430339346L, kP2 = 5.17018298179410557161239416938e-19L,
-           kP3 = -2.75299651904407171810459257192e-37L;
-  const ld k = std::nearbyint(xl / kP1);
-  const Q r = ((x - static_cast<Q>(k) * static_cast<Q>(kP1)) - static_cast<Q>(k) * static_cast<Q>(kP2)) -
-              static_cast<Q>(k) * static_cast<Q>(kP3);
+  Q r;
+  const int k = reduce_quarter_turns(xl, r);
   // phi = atan(Q/P), |Q/P| < 0.003
   const Q t = Qs / P, t2 = t * t;
   Q phi = 0, tp = t;
@@ -125,11 +182,13 @@ inline ld bessel_hankel_q(int nu, ld xl, bool second_kind) {
     tp *= t2;
   }
   // chi + phi = (k - nu) pi/2 + theta, theta = r - pi/4 + phi
-  const Q pio4 = (static_cast<Q>(kP1) + static_cast<Q>(kP2) + static_cast<Q>(kP3)) / 2;
+  const Q pio4 = (static_cast<Q>(1.57079632679489661871430339346L) +
+                  static_cast<Q>(5.17018298179410557161239416938e-19L) +
+                  static_cast<Q>(-2.75299651904407171810459257192e-37L)) / 2;
   const Q theta = r - pio4 + phi;
   Q sn, cs;
   q_sincos(theta, sn, cs);
-  const int j = static_cast<int>((static_cast<long long>(k) - nu) & 3);
+  const int j = (k - nu) & 3;
   Q v;
   if (!second_kind) {  // cos(j pi/2 + theta)
     v = j == 0 ? cs : j == 1 ? -sn : j == 2 ? -cs : sn;
@@ -145,7 +204,7 @@ inline ld bessel_hankel_q(int nu, ld xl, bool second_kind) {
 // phase error would show; a few per cent of arguments).
 inline ld bessel_hankel_near_zero(int nu, ld x, bool second_kind) {
   const ld v = bessel_hankel(nu, x, second_kind);
-  if (x < 0x1p52L && std::fabs(v) < std::sqrt(2 / (kPi * x)) * 0.0625L)
+  if (std::fabs(v) < std::sqrt(2 / (kPi * x)) * 0.0625L)
     return bessel_hankel_q(nu, x, second_kind);
   return v;
 }
