@@ -15,6 +15,7 @@
 #pragma once
 
 #include <complex>
+#include <type_traits>
 
 #include "vm/kernels/elem/detail.h"
 
@@ -77,6 +78,53 @@ inline CL div(CL a, CL b) {
   using elem::detail::dot2;
   return CL(dot2(a.real(), b.real(), a.imag(), b.imag()) / den,
             dot2(a.imag(), b.real(), -a.real(), b.imag()) / den);
+}
+
+
+// ---- complex double power with a 113-bit logarithm ----------------------------
+// exp(b log a) amplifies the absolute error of log a by |b|; with an extended
+// logarithm the phase of a large power is off by |b log a| 2^-64, which the
+// smaller component of the result cannot absorb.  Here log a is refined in
+// binary128 arithmetic (the compiler's software quad type; no library):
+// with L0 the extended logarithm, a e^-L0 = 1 + E and log a = L0 + E to
+// ~2^-103, and b log a is formed in binary128 before the final exponential.
+using elem::detail::Q;
+using elem::detail::q_exp;
+using elem::detail::q_sincos;
+using elem::detail::split;
+
+// The extended path leaves an absolute phase error of about |b| |log a| 2^-64;
+// the smaller nonzero component absorbs it only if it is not much smaller
+// than the modulus.  (A zero component comes from an exactly zero phase.)
+inline bool needs_quad_log(CL v, ld bl) {
+  const ld re = std::fabs(v.real()), im = std::fabs(v.imag());
+  if (!std::isfinite(re) || !std::isfinite(im)) return false;
+  const ld mn = re == 0 ? im : im == 0 ? re : std::min(re, im);
+  if (mn == 0) return false;
+  return (bl + 1) * std::max(re, im) > 0x1p6L * mn;
+}
+
+// a, b finite, a != 0.
+inline CL pow_q(CL a, CL b) {
+  const CL l0 = std::log(a);
+  if (!std::isfinite(l0.real()) || !std::isfinite(l0.imag())) return std::exp(b * l0);
+  Q s, c;
+  q_sincos(static_cast<Q>(l0.imag()), s, c);
+  const Q m = q_exp(-static_cast<Q>(l0.real()));
+  const Q ar = static_cast<Q>(a.real()), ai = static_cast<Q>(a.imag());
+  // (ar + i ai)(c - i s) m - 1
+  const Q er = (ar * c + ai * s) * m - 1;
+  const Q ei = (ai * c - ar * s) * m;
+  const Q lr = static_cast<Q>(l0.real()) + er - (er * er - ei * ei) / 2;
+  const Q li = static_cast<Q>(l0.imag()) + ei - er * ei;
+  const Q br = static_cast<Q>(b.real()), bi = static_cast<Q>(b.imag());
+  const Q wr = br * lr - bi * li, wi = br * li + bi * lr;
+  ld rh, rl, ih, il;
+  split(wr, rh, rl);
+  split(wi, ih, il);
+  const ld mag = std::exp(rh) * (1 + rl);
+  const ld sn = std::sin(ih), cs = std::cos(ih);
+  return CL(mag * (cs - sn * il), mag * (sn + cs * il));
 }
 
 }  // namespace detail
@@ -251,8 +299,14 @@ struct Pow {
       return {nan, nan};
     }
     if (!nan_in && b.real() == 0 && b.imag() == 0) return {T(1), T(0)};
-    const detail::CL v = std::exp(detail::mul(detail::widen(b), std::log(detail::widen(a))));
-    return detail::fin<T>(v, code, detail::all_finite(a) && detail::all_finite(b), nan_in);
+    const bool finite_in = detail::all_finite(a) && detail::all_finite(b);
+    // Float results have 40 guard bits in extended precision; doubles need the
+    // binary128 logarithm (see pow_q).
+    const detail::CL l = std::log(detail::widen(a));
+    detail::CL v = std::exp(detail::mul(detail::widen(b), l));
+    if (std::is_same_v<T, double> && finite_in && detail::needs_quad_log(v, std::abs(detail::widen(b)) * std::abs(l)))
+      v = detail::pow_q(detail::widen(a), detail::widen(b));
+    return detail::fin<T>(v, code, finite_in, nan_in);
   }
 };
 
