@@ -1,4 +1,5 @@
 // Accuracy harness: input generation, candidate evaluation, MPFR comparison.
+#include <strings.h>
 #include "harness.h"
 
 #include <dlfcn.h>
@@ -63,7 +64,7 @@ const std::vector<FunctionInfo> &functions() {
 
 const FunctionInfo *find_function(const std::string &name) {
   for (const auto &f : functions())
-    if (name == f.name) return &f;
+    if (strcasecmp(name.c_str(), f.name) == 0) return &f;  // names match in any case
   return nullptr;
 }
 

@@ -2,6 +2,7 @@
 // standard input through the library's exported entry points, and prints the
 // results with the error status and every reported element.
 #include <dlfcn.h>
+#include <strings.h>
 
 #include <cinttypes>
 #include <cmath>
@@ -236,7 +237,7 @@ int run_vm(const Args &args) {
 
   const Fn *fn = nullptr;
   for (auto &f : kFns)
-    if (f.t == type && func == f.name) fn = &f;
+    if (f.t == type && strcasecmp(func.c_str(), f.name) == 0) fn = &f;  // exp, Exp, EXP
   if (!fn) return usage_error("no function " + func + " for type " + std::string(1, type));
   if (fn->shape >= Shape::P_PackI) return usage_error("Pack and Unpack are not run by this tool");
   int in, out;
