@@ -6,25 +6,13 @@
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include "support/tool_run.h"
 
 namespace {
 
-struct Result {
-  int status;
-  std::string out;
-};
+using Result = qor_test::ToolRun;
 
-Result run_tool(const std::string &args) {
-  const std::string cmd = std::string(QOR_TOOL) + " fit " + args + " 2>/dev/null";
-  FILE *p = popen(cmd.c_str(), "r");
-  Result r{-1, {}};
-  if (!p) return r;
-  char buf[256];
-  while (size_t n = fread(buf, 1, sizeof buf, p)) r.out.append(buf, n);
-  const int w = pclose(p);
-  r.status = WIFEXITED(w) ? WEXITSTATUS(w) : -1;
-  return r;
-}
+Result run_tool(const std::string &args) { return qor_test::run_tool("fit " + args, false); }
 
 std::string write_file(const std::string &name, const std::string &text) {
   const std::string path = ::testing::TempDir() + "qor_fit_" + name;

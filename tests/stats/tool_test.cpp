@@ -6,26 +6,16 @@
 #include <cstdio>
 #include <fstream>
 #include <string>
+#include "support/tool_run.h"
 
 namespace {
 
-struct Result {
-  int status;
-  std::string out;
-};
+using Result = qor_test::ToolRun;
 
 Result run_tool(const std::string &csv, const std::string &opts) {
   const std::string path = ::testing::TempDir() + "qor_stats_tool_test.csv";
   std::ofstream(path) << csv;
-  const std::string cmd = std::string(QOR_TOOL) + " stats mad " + opts + " " + path + " 2>&1";
-  Result r{-1, ""};
-  FILE *f = popen(cmd.c_str(), "r");
-  if (!f) return r;
-  char buf[512];
-  while (std::fgets(buf, sizeof buf, f)) r.out += buf;
-  const int st = pclose(f);
-  r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  return r;
+  return qor_test::run_tool("stats mad " + opts + " " + path);
 }
 
 TEST(StatsTool, PrintsBothEstimatesPerVariable) {

@@ -4,24 +4,14 @@
 
 #include <cstdio>
 #include <string>
+#include "support/tool_run.h"
 
 namespace {
 
-struct ToolRun {
-  std::string out;
-  int status;
-};
+using qor_test::ToolRun;
 
 ToolRun run(const std::string &env, const std::string &args) {
-  const std::string cmd = env + " " + QOR_TOOL + " " + args + " 2>&1";
-  ToolRun r{"", -1};
-  FILE *p = popen(cmd.c_str(), "r");
-  if (!p) return r;
-  char buf[512];
-  while (std::fgets(buf, sizeof buf, p)) r.out += buf;
-  const int st = pclose(p);
-  r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  return r;
+  return qor_test::run_tool(args, true, env);
 }
 
 TEST(QorTool, InfoDecodesTheModeFromTheEnvironment) {

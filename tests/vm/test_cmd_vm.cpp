@@ -5,18 +5,14 @@
 #include <string>
 #include <sys/wait.h>
 #include <vector>
+#include "support/tool_run.h"
 
 namespace {
 
 std::string run(const std::string &args, int *rc) {
-  std::string cmd = std::string(QOR_TOOL) + " " + args + " 2>&1";
-  FILE *p = popen(cmd.c_str(), "r");
-  std::string out;
-  char buf[512];
-  while (p && fgets(buf, sizeof buf, p)) out += buf;
-  int st = p ? pclose(p) : -1;
-  *rc = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  return out;
+  const qor_test::ToolRun r = qor_test::run_tool(args);
+  *rc = r.status;
+  return r.out;
 }
 
 TEST(QorVmTool, PrintsResultsCodesAndStatus) {

@@ -9,25 +9,14 @@
 #include <vector>
 
 #include "command.h"
+#include "vm_catalogue.h"
 #include "tsc.h"
 
 namespace qor::tool {
 namespace {
 
-enum class Shape { U, B, X, R2, LF, J, CU, CB, CX, CR, CC, P_PackI, P_PackV, P_PackM,
-                   P_UnpackI, P_UnpackV, P_UnpackM };
-
-struct Fn {
-  char t;
-  const char *name;
-  Shape shape;
-};
-
-const Fn kFns[] = {
-#define QOR_VM_FN(t, F, SH, ...) {#t[0], #F, Shape::SH},
-#include "../../src/vm/catalogue.inc"
-#undef QOR_VM_FN
-};
+using Fn = VmFn;
+constexpr const auto &kFns = kVmFns;
 
 const char *const kDefault[] = {"Add", "Mul", "Div", "Sqrt", "Floor", "Exp", "Ln", "Sin", "Pow"};
 

@@ -14,26 +14,15 @@
 #include <vector>
 
 #include "command.h"
+#include "vm_catalogue.h"
 #include "qor/pex.h"
 #include "qor/vm.h"
 
 namespace qor::tool {
 namespace {
 
-enum class Shape { U, B, X, R2, LF, J, CU, CB, CX, CR, CC, P_PackI, P_PackV, P_PackM,
-                   P_UnpackI, P_UnpackV, P_UnpackM };
-
-struct Fn {
-  char t;
-  const char *name;
-  Shape shape;
-};
-
-const Fn kFns[] = {
-#define QOR_VM_FN(t, F, SH, ...) {#t[0], #F, Shape::SH},
-#include "../../src/vm/catalogue.inc"
-#undef QOR_VM_FN
-};
+using Fn = VmFn;
+constexpr const auto &kFns = kVmFns;
 
 const char *kUsage =
     "usage: qor vm FUNC [--type s|d|c|z] [--accuracy HA|LA|EP] [--strided]\n"

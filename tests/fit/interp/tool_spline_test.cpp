@@ -9,24 +9,14 @@
 #include <sstream>
 #include <string>
 #include <vector>
+#include "support/tool_run.h"
 
 namespace {
 
-struct Result {
-  int status;
-  std::string out;
-};
+using Result = qor_test::ToolRun;
 
 Result run_spline(const std::string &args) {
-  const std::string cmd = std::string(QOR_TOOL) + " fit spline " + args + " 2>/dev/null";
-  FILE *p = popen(cmd.c_str(), "r");
-  Result r{-1, {}};
-  if (!p) return r;
-  char buf[256];
-  while (size_t n = fread(buf, 1, sizeof buf, p)) r.out.append(buf, n);
-  const int w = pclose(p);
-  r.status = WIFEXITED(w) ? WEXITSTATUS(w) : -1;
-  return r;
+  return qor_test::run_tool("fit spline " + args, false);
 }
 
 std::string write_file(const std::string &name, const std::string &text) {

@@ -7,6 +7,7 @@
 
 #include "cbrng_test_util.h"
 #include "qor/rng.h"
+#include "support/tool_run.h"
 
 namespace {
 
@@ -92,17 +93,7 @@ TEST(CbrngRegistry, NonDeterministicStreamRefusesToBeReproduced) {
 
 namespace {
 
-std::string run_tool(const std::string &args) {
-  const std::string cmd = std::string(QOR_TOOL) + " " + args + " 2>&1";
-  std::string out;
-  if (FILE *p = popen(cmd.c_str(), "r")) {
-    char buf[1024];
-    size_t got;
-    while ((got = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, got);
-    pclose(p);
-  }
-  return out;
-}
+std::string run_tool(const std::string &args) { return qor_test::run_tool(args).out; }
 
 // The tool reaches Philox by name: key 0 and counter 0 give the published
 // all-zero block, and lower case is accepted.

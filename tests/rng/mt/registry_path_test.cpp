@@ -11,6 +11,7 @@
 
 #include "../../../src/rng/brng/twisters.h"
 #include "rng/helpers.h"
+#include "support/tool_run.h"
 
 namespace {
 
@@ -92,16 +93,9 @@ TEST(TwisterRows, Mt2203MembersThroughIdentifiers) {
 namespace {
 
 std::string run_qor(const std::string &args, int *status) {
-  const std::string cmd = std::string(QOR_TOOL) + " " + args + " 2>&1";
-  FILE *p = popen(cmd.c_str(), "r");
-  std::string out;
-  if (!p) return out;
-  char buf[1024];
-  size_t got;
-  while ((got = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, got);
-  const int st = pclose(p);
-  *status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  return out;
+  const qor_test::ToolRun r = qor_test::run_tool(args);
+  *status = r.status;
+  return r.out;
 }
 
 TEST(TwisterRows, ToolAcceptsTheNames) {

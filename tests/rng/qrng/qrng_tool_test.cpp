@@ -4,26 +4,12 @@
 
 #include <cstdio>
 #include <string>
+#include "support/tool_run.h"
 
 namespace {
 
-struct ToolRun {
-  int status;
-  std::string out;
-};
-
-ToolRun run_tool(const std::string &args) {
-  const std::string cmd = std::string(QOR_TOOL) + " " + args + " 2>&1";
-  FILE *p = popen(cmd.c_str(), "r");
-  ToolRun r{-1, {}};
-  if (!p) return r;
-  char buf[4096];
-  size_t got;
-  while ((got = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, got);
-  const int st = pclose(p);
-  r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  return r;
-}
+using qor_test::ToolRun;
+using qor_test::run_tool;
 
 TEST(QrngTool, DimensionSelectsPointsInterleaved) {
   // Points 1..2 of the two-dimensional Sobol sequence: (1/2, 1/2), (3/4, 1/4).
