@@ -56,12 +56,15 @@ struct Row {
   const QorPexKernelTable *tab;
 };
 
+// Kernels written for the SIMD driver (as opposed to per-element routines).
+bool simd_impl(const std::string &impl) { return impl == "arith" || impl == "vec"; }
+
 std::vector<Row> rows() {
   std::vector<Row> v;
 #define QOR_BENCH_ROW_BOTH(t, F, SH, IMPL)                                                      \
-  v.push_back({#t #F, #F, #t[0], Shape::SH, false, std::string(#IMPL) == "arith",              \
+  v.push_back({#t #F, #F, #t[0], Shape::SH, false, simd_impl(#IMPL),  \
                &qor_pex_kernel_##t##F##_ttab});                                                \
-  v.push_back({#t #F "I", #F, #t[0], Shape::SH, true, std::string(#IMPL) == "arith",           \
+  v.push_back({#t #F "I", #F, #t[0], Shape::SH, true, simd_impl(#IMPL),  \
                &qor_pex_kernel_##t##F##I_ttab});
 #define QOR_BENCH_ROW_ONE(t, F, SH, IMPL) \
   v.push_back({#t #F, #F, #t[0], Shape::SH, false, false, &qor_pex_kernel_##t##F##_ttab});
@@ -216,11 +219,43 @@ SLEEF_F2(fmaxf4_sse4) SLEEF_F2(fminf4_sse4) SLEEF_F2(copysignf4_sse4) SLEEF_F2(f
 SLEEF_F2(nextafterf4_sse4) SLEEF_F2(fmodf4_sse4) SLEEF_F2(remainderf4_sse4)
 SLEEF_D2(fmaxd2_sse4) SLEEF_D2(fmind2_sse4) SLEEF_D2(copysignd2_sse4) SLEEF_D2(fdimd2_sse4)
 SLEEF_D2(nextafterd2_sse4) SLEEF_D2(fmodd2_sse4) SLEEF_D2(remainderd2_sse4)
-SLEEF_F(expf4_u10sse4) SLEEF_D(logd2_u10sse4) SLEEF_D(logd2_u35sse4)
+SLEEF_F(expf4_u10sse4) SLEEF_D(expd2_u10sse4) SLEEF_F(exp2f4_u10sse4) SLEEF_F(exp2f4_u35sse4)
+SLEEF_D(exp2d2_u10sse4) SLEEF_D(exp2d2_u35sse4) SLEEF_F(exp10f4_u10sse4)
+SLEEF_F(exp10f4_u35sse4) SLEEF_D(exp10d2_u10sse4) SLEEF_D(exp10d2_u35sse4)
+SLEEF_F(expm1f4_u10sse4) SLEEF_D(expm1d2_u10sse4) SLEEF_F(logf4_u10sse4) SLEEF_F(logf4_u35sse4)
+SLEEF_D(logd2_u10sse4) SLEEF_D(logd2_u35sse4) SLEEF_F(log2f4_u10sse4) SLEEF_F(log2f4_u35sse4)
+SLEEF_D(log2d2_u10sse4) SLEEF_D(log2d2_u35sse4) SLEEF_F(log10f4_u10sse4)
+SLEEF_D(log10d2_u10sse4) SLEEF_F(log1pf4_u10sse4) SLEEF_D(log1pd2_u10sse4)
+SLEEF_F(sinf4_u10sse4) SLEEF_F(sinf4_u35sse4) SLEEF_D(sind2_u10sse4) SLEEF_D(sind2_u35sse4)
+SLEEF_F(cosf4_u10sse4) SLEEF_F(cosf4_u35sse4) SLEEF_D(cosd2_u10sse4) SLEEF_D(cosd2_u35sse4)
+SLEEF_F(tanf4_u10sse4) SLEEF_F(tanf4_u35sse4) SLEEF_D(tand2_u10sse4) SLEEF_D(tand2_u35sse4)
+SLEEF_F2(powf4_u10sse4) SLEEF_D2(powd2_u10sse4)
 __m128 _ZGVbN4v_cbrtf(__m128);
 __m128d _ZGVbN2v_cbrt(__m128d);
 __m128 _ZGVbN4v_expf(__m128);
+__m128d _ZGVbN2v_exp(__m128d);
+__m128 _ZGVbN4v_exp2f(__m128);
+__m128d _ZGVbN2v_exp2(__m128d);
+__m128 _ZGVbN4v_exp10f(__m128);
+__m128d _ZGVbN2v_exp10(__m128d);
+__m128 _ZGVbN4v_expm1f(__m128);
+__m128d _ZGVbN2v_expm1(__m128d);
+__m128 _ZGVbN4v_logf(__m128);
 __m128d _ZGVbN2v_log(__m128d);
+__m128 _ZGVbN4v_log2f(__m128);
+__m128d _ZGVbN2v_log2(__m128d);
+__m128 _ZGVbN4v_log10f(__m128);
+__m128d _ZGVbN2v_log10(__m128d);
+__m128 _ZGVbN4v_log1pf(__m128);
+__m128d _ZGVbN2v_log1p(__m128d);
+__m128 _ZGVbN4v_sinf(__m128);
+__m128d _ZGVbN2v_sin(__m128d);
+__m128 _ZGVbN4v_cosf(__m128);
+__m128d _ZGVbN2v_cos(__m128d);
+__m128 _ZGVbN4v_tanf(__m128);
+__m128d _ZGVbN2v_tan(__m128d);
+__m128 _ZGVbN4vv_powf(__m128, __m128);
+__m128d _ZGVbN2vv_pow(__m128d, __m128d);
 }
 
 namespace {
@@ -322,10 +357,67 @@ std::vector<Peer> peers() {
   D("sleef", "dFmod", vd2(Sleef_fmodd2_sse4));
   D("sleef", "dRemainder", vd2(Sleef_remainderd2_sse4));
   F("sleef_u10", "sExp", vf1(Sleef_expf4_u10sse4));
-  F("libmvec", "sExp", vf1(_ZGVbN4v_expf));
+  D("sleef_u10", "dExp", vd1(Sleef_expd2_u10sse4));
+  F("sleef_u10", "sExp2", vf1(Sleef_exp2f4_u10sse4));
+  F("sleef_u35", "sExp2", vf1(Sleef_exp2f4_u35sse4));
+  D("sleef_u10", "dExp2", vd1(Sleef_exp2d2_u10sse4));
+  D("sleef_u35", "dExp2", vd1(Sleef_exp2d2_u35sse4));
+  F("sleef_u10", "sExp10", vf1(Sleef_exp10f4_u10sse4));
+  F("sleef_u35", "sExp10", vf1(Sleef_exp10f4_u35sse4));
+  D("sleef_u10", "dExp10", vd1(Sleef_exp10d2_u10sse4));
+  D("sleef_u35", "dExp10", vd1(Sleef_exp10d2_u35sse4));
+  F("sleef_u10", "sExpm1", vf1(Sleef_expm1f4_u10sse4));
+  D("sleef_u10", "dExpm1", vd1(Sleef_expm1d2_u10sse4));
+  F("sleef_u10", "sLn", vf1(Sleef_logf4_u10sse4));
+  F("sleef_u35", "sLn", vf1(Sleef_logf4_u35sse4));
   D("sleef_u10", "dLn", vd1(Sleef_logd2_u10sse4));
   D("sleef_u35", "dLn", vd1(Sleef_logd2_u35sse4));
+  F("sleef_u10", "sLog2", vf1(Sleef_log2f4_u10sse4));
+  F("sleef_u35", "sLog2", vf1(Sleef_log2f4_u35sse4));
+  D("sleef_u10", "dLog2", vd1(Sleef_log2d2_u10sse4));
+  D("sleef_u35", "dLog2", vd1(Sleef_log2d2_u35sse4));
+  F("sleef_u10", "sLog10", vf1(Sleef_log10f4_u10sse4));
+  D("sleef_u10", "dLog10", vd1(Sleef_log10d2_u10sse4));
+  F("sleef_u10", "sLog1p", vf1(Sleef_log1pf4_u10sse4));
+  D("sleef_u10", "dLog1p", vd1(Sleef_log1pd2_u10sse4));
+  F("sleef_u10", "sSin", vf1(Sleef_sinf4_u10sse4));
+  F("sleef_u35", "sSin", vf1(Sleef_sinf4_u35sse4));
+  D("sleef_u10", "dSin", vd1(Sleef_sind2_u10sse4));
+  D("sleef_u35", "dSin", vd1(Sleef_sind2_u35sse4));
+  F("sleef_u10", "sCos", vf1(Sleef_cosf4_u10sse4));
+  F("sleef_u35", "sCos", vf1(Sleef_cosf4_u35sse4));
+  D("sleef_u10", "dCos", vd1(Sleef_cosd2_u10sse4));
+  D("sleef_u35", "dCos", vd1(Sleef_cosd2_u35sse4));
+  F("sleef_u10", "sTan", vf1(Sleef_tanf4_u10sse4));
+  F("sleef_u35", "sTan", vf1(Sleef_tanf4_u35sse4));
+  D("sleef_u10", "dTan", vd1(Sleef_tand2_u10sse4));
+  D("sleef_u35", "dTan", vd1(Sleef_tand2_u35sse4));
+  F("sleef_u10", "sPowx", vf2(Sleef_powf4_u10sse4));
+  D("sleef_u10", "dPowx", vd2(Sleef_powd2_u10sse4));
+  F("libmvec", "sExp", vf1(_ZGVbN4v_expf));
+  D("libmvec", "dExp", vd1(_ZGVbN2v_exp));
+  F("libmvec", "sExp2", vf1(_ZGVbN4v_exp2f));
+  D("libmvec", "dExp2", vd1(_ZGVbN2v_exp2));
+  F("libmvec", "sExp10", vf1(_ZGVbN4v_exp10f));
+  D("libmvec", "dExp10", vd1(_ZGVbN2v_exp10));
+  F("libmvec", "sExpm1", vf1(_ZGVbN4v_expm1f));
+  D("libmvec", "dExpm1", vd1(_ZGVbN2v_expm1));
+  F("libmvec", "sLn", vf1(_ZGVbN4v_logf));
   D("libmvec", "dLn", vd1(_ZGVbN2v_log));
+  F("libmvec", "sLog2", vf1(_ZGVbN4v_log2f));
+  D("libmvec", "dLog2", vd1(_ZGVbN2v_log2));
+  F("libmvec", "sLog10", vf1(_ZGVbN4v_log10f));
+  D("libmvec", "dLog10", vd1(_ZGVbN2v_log10));
+  F("libmvec", "sLog1p", vf1(_ZGVbN4v_log1pf));
+  D("libmvec", "dLog1p", vd1(_ZGVbN2v_log1p));
+  F("libmvec", "sSin", vf1(_ZGVbN4v_sinf));
+  D("libmvec", "dSin", vd1(_ZGVbN2v_sin));
+  F("libmvec", "sCos", vf1(_ZGVbN4v_cosf));
+  D("libmvec", "dCos", vd1(_ZGVbN2v_cos));
+  F("libmvec", "sTan", vf1(_ZGVbN4v_tanf));
+  D("libmvec", "dTan", vd1(_ZGVbN2v_tan));
+  F("libmvec", "sPowx", vf2(_ZGVbN4vv_powf));
+  D("libmvec", "dPowx", vd2(_ZGVbN2vv_pow));
   F("autovec", "sSqrt", av_sqrtf);
   F("autovec", "sFloor", av_floorf);
   F("autovec", "sCeil", av_ceilf);

@@ -20,6 +20,7 @@
 #include "vm/kernels/core/arith.h"
 #include "vm/kernels/core/shapes.h"
 #include "vm/kernels/elem/elem.h"
+#include "vm/kernels/families.h"
 
 namespace qor::vm::tables {
 
@@ -129,6 +130,7 @@ constexpr bool same_layout() {
 
 // ---- the operation behind a row ----------------------------------------------
 #define QOR_VM_OP_arith(F) ::qor::vm::ops::F
+#define QOR_VM_OP_vec(F) ::qor::vm::vec::F
 #define QOR_VM_OP_elem(F) ::qor::vm::tables::ElemReal<::qor::vm::elem::F>
 #define QOR_VM_OP_cplx(F) ::qor::vm::tables::ElemCplx<::qor::vm::elem::cplx::F>
 #define QOR_VM_OP_pack(F) void

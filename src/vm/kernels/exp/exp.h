@@ -1,0 +1,5 @@
+#pragma once
+
+#include "vm/kernels/core/driver.h"
+
+namespace qor::vm::vec {}  // namespace qor::vm::vec
