@@ -4,7 +4,7 @@
 set -euo pipefail
 pkgs=(cmake ninja-build g++ binutils libgtest-dev libgmock-dev libbenchmark-dev
       libmpfr-dev libgmp-dev libsleef-dev libgsl-dev librandom123-dev
-      python3-numpy python3-scipy)
+      python3-numpy python3-scipy valgrind)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -195,6 +195,10 @@ struct GenCase {
   bool leapfrog, skip, skip_multi;
 };
 
+// Printed by name: GoogleTest's fallback dumps the raw bytes, padding
+// included, which reads uninitialised memory.
+void PrintTo(const GenCase &g, std::ostream *os) { *os << g.name; }
+
 class AllGenerators : public ::testing::TestWithParam<GenCase> {};
 
 const GenCase kGens[] = {

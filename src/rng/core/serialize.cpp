@@ -154,6 +154,14 @@ int32_t load_chunk(Source &src, void *stream, uint32_t version) {
   // A negative size, or one larger than what is left to read, can only be
   // damage: refuse it before allocating anything.
   if (size < 0 || static_cast<uint64_t>(size) > src.remaining()) return QOR_RNG_ERROR_FILE_READ;
+  // A key names one block of data. A second record of this stream with the
+  // same key would share the first one's block, so it must claim the same
+  // size: a larger one would make every later save read past that block.
+  if (key[0] != 0 || key[1] != 0) {
+    for (const StreamChunk *c = header(stream)->chunks; c; c = c->next)
+      if (c->key[0] == key[0] && c->key[1] == key[1] && c->size != size)
+        return QOR_RNG_ERROR_FILE_READ;
+  }
   void *data = nullptr;
   if (size > 0) {
     data = qor_serv_allocate(static_cast<size_t>(size), kAlignment);
