@@ -111,13 +111,15 @@ inline D2 scale(D2 y, D2 s) {
 
 // Table rows for the four float lanes (index k mod 128 from s) as hi and lo.
 inline void rows_f128(F4 s, F4 &hi, F4 &lo) {
-  I4 j = _mm_and_si128(_mm_castps_si128(s), _mm_set1_epi32(127));
+  // two indices per general register: fewer extractions on the vector units
+  const uint64_t j01 = uint64_t(_mm_cvtsi128_si64(_mm_castps_si128(s)));
+  const uint64_t j23 = uint64_t(_mm_extract_epi64(_mm_castps_si128(s), 1));
   const float *t = exp_f_128;
-  auto pair = [&](int idx) {
-    return _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double *>(t + 2 * idx)));
+  auto pair = [&](uint64_t idx) {
+    return _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double *>(t + 2 * (idx & 127))));
   };
-  F4 a = _mm_movelh_ps(pair(_mm_cvtsi128_si32(j)), pair(_mm_extract_epi32(j, 1)));
-  F4 b = _mm_movelh_ps(pair(_mm_extract_epi32(j, 2)), pair(_mm_extract_epi32(j, 3)));
+  F4 a = _mm_movelh_ps(pair(j01), pair(j01 >> 32));
+  F4 b = _mm_movelh_ps(pair(j23), pair(j23 >> 32));
   hi = _mm_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
   lo = _mm_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
 }
