@@ -431,29 +431,52 @@ struct Exp10 {
 // ---- Expm1 ---------------------------------------------------------------------
 
 namespace expk {
-// e^x - 1 for |x| < 708.39 or x below that (clamped), as a double.  With
-// `near0`, arguments below ln2/16 in magnitude take a degree-9 Taylor
-// polynomial in x instead: next to the first table points (k = +-1, +-2) the
-// table path's l carries about two of its own ulps of rounding, which is
-// close to one ulp of the result (measured 1.7 ulp without it).  The float
-// kernel, which rounds the double once more, does not need it.
+// e^x - 1 for |x| < 708.39 or x below that (clamped), as a double.
+//
+// With `near0` (the double kernel) arguments below ln2/16 in magnitude keep
+// k = 0, so that the result is the polynomial in r = x itself, and the
+// polynomial is Taylor's to degree 9 (relative truncation below 2^-62 on
+// |r| < ln2/16).  Next to the first table points the table path's l carries
+// about two of its own ulps of rounding, close to one ulp of the result
+// (measured 1.7 ulp when k = +-1 used the table); from k = +-5 on, l is at
+// most an eighth of the result's ulp.  The float kernel, which rounds the
+// double once more, takes every k from the table and a degree-6 polynomial.
 template <bool near0>
 inline D2 expm1_d(D2 x) {
+  const D2 sh = cd(kShiftD);
   D2 xc = _mm_max_pd(x, _mm_set1_pd(-100.0));
-  D2 s;
-  D2 r = reduce_d64(xc, s);
+  D2 s = _mm_add_pd(_mm_mul_pd(xc, cd(0x40571547652B82FE)), sh);
+  if constexpr (near0) {
+    D2 small = _mm_cmplt_pd(_mm_and_pd(x, _mm_castsi128_pd(_mm_set1_epi64x(0x7FFFFFFFFFFFFFFF))),
+                            _mm_set1_pd(0.04332169878499658));  // ln2/16
+    s = _mm_blendv_pd(s, sh, small);
+  }
+  D2 k = _mm_sub_pd(s, sh);
+  D2 r = _mm_sub_pd(_mm_sub_pd(xc, _mm_mul_pd(k, cd(0x3F862E42FEFA0000))),
+                    _mm_mul_pd(k, cd(0x3D1CF79ABC9E3B3A)));
   D2 th, tl;
   rows_d64(s, th, tl);
+  // e^r - 1 by Taylor's coefficients: at k = 0 this is the result, so its
+  // error must be small relative to r, not to 1 (the degree-5 minimax
+  // polynomial of Exp is 6 ulp off there)
+  auto c = [](double v) { return _mm_set1_pd(v); };
+  D2 r2 = _mm_mul_pd(r, r);
+  D2 p01 = _mm_add_pd(c(1.0 / 2), _mm_mul_pd(r, c(1.0 / 6)));
+  D2 p23 = _mm_add_pd(c(1.0 / 24), _mm_mul_pd(r, c(1.0 / 120)));
+  D2 q;
+  if constexpr (near0) {
+    D2 r4 = _mm_mul_pd(r2, r2);
+    D2 p45 = _mm_add_pd(c(1.0 / 720), _mm_mul_pd(r, c(1.0 / 5040)));
+    D2 p67 = _mm_add_pd(c(1.0 / 40320), _mm_mul_pd(r, c(1.0 / 362880)));
+    D2 p = _mm_add_pd(_mm_add_pd(p01, _mm_mul_pd(r2, p23)),
+                      _mm_mul_pd(r4, _mm_add_pd(p45, _mm_mul_pd(r2, p67))));
+    q = _mm_add_pd(r, _mm_mul_pd(r2, p));
+  } else {
+    p23 = _mm_add_pd(p23, _mm_mul_pd(r2, c(1.0 / 720)));
+    q = _mm_add_pd(r, _mm_mul_pd(r2, _mm_add_pd(p01, _mm_mul_pd(r2, p23))));
+  }
   // e^x = h + l with h = 2^n th exactly, l = 2^n (tl + th q)
   D2 h = scale<6>(th, s);
-  // e^r - 1 to degree 6 by Taylor's coefficients: at k = 0 this is the
-  // result, and its error must be small relative to r, not to 1 (the
-  // degree-5 minimax polynomial of Exp is 6 ulp off there)
-  D2 r2 = _mm_mul_pd(r, r);
-  D2 a = _mm_add_pd(_mm_set1_pd(1.0 / 2), _mm_mul_pd(r, _mm_set1_pd(1.0 / 6)));
-  D2 b = _mm_add_pd(_mm_set1_pd(1.0 / 24), _mm_mul_pd(r, _mm_set1_pd(1.0 / 120)));
-  b = _mm_add_pd(b, _mm_mul_pd(r2, _mm_set1_pd(1.0 / 720)));
-  D2 q = _mm_add_pd(r, _mm_mul_pd(r2, _mm_add_pd(a, _mm_mul_pd(r2, b))));
   D2 l = scale<6>(_mm_add_pd(tl, _mm_mul_pd(th, q)), s);
   // h + (-1) by an exact two-sum (no branch on which one is larger)
   const D2 m1 = _mm_set1_pd(-1.0);
@@ -462,23 +485,6 @@ inline D2 expm1_d(D2 x) {
   D2 e = _mm_add_pd(_mm_sub_pd(h, _mm_sub_pd(sum, bb)), _mm_sub_pd(m1, bb));
   D2 y = _mm_add_pd(sum, _mm_add_pd(e, l));
   // expm1 has the sign of x (this also keeps -0)
-  if constexpr (near0) {
-    // x + x^2 (1/2 + x/6 + x^2 (1/24 + x/120) + x^4 (1/720 + x/5040 +
-    // x^2 (1/40320 + x/362880))): truncation below 2^-62 relative
-    D2 x2 = _mm_mul_pd(x, x);
-    D2 x4 = _mm_mul_pd(x2, x2);
-    auto c = [](double v) { return _mm_set1_pd(v); };
-    D2 p01 = _mm_add_pd(c(1.0 / 2), _mm_mul_pd(x, c(1.0 / 6)));
-    D2 p23 = _mm_add_pd(c(1.0 / 24), _mm_mul_pd(x, c(1.0 / 120)));
-    D2 p45 = _mm_add_pd(c(1.0 / 720), _mm_mul_pd(x, c(1.0 / 5040)));
-    D2 p67 = _mm_add_pd(c(1.0 / 40320), _mm_mul_pd(x, c(1.0 / 362880)));
-    D2 p = _mm_add_pd(_mm_add_pd(p01, _mm_mul_pd(x2, p23)),
-                      _mm_mul_pd(x4, _mm_add_pd(p45, _mm_mul_pd(x2, p67))));
-    D2 z = _mm_add_pd(x, _mm_mul_pd(x2, p));
-    D2 small = _mm_cmplt_pd(_mm_and_pd(x, _mm_castsi128_pd(_mm_set1_epi64x(0x7FFFFFFFFFFFFFFF))),
-                            c(0.04332169878499658));  // ln2/16
-    y = _mm_blendv_pd(y, z, small);
-  }
   const D2 sign = _mm_set1_pd(-0.0);
   return _mm_or_pd(_mm_andnot_pd(sign, y), _mm_and_pd(x, sign));
 }
