@@ -20,6 +20,7 @@
 
 #include <complex>
 #include <cstdint>
+#include <utility>
 
 #include "qor/pex.h"
 #include "vm/kernels/core/frame.h"
@@ -218,22 +219,32 @@ inline void step2(int i, int k, const Out &out, const Rep &rep, const A &a, cons
   }
 }
 
+// Registers per loop trip: two by default (a one-instruction operation is
+// otherwise bound by the loop's own bookkeeping); an operation whose steps
+// are long dependency chains may ask for more with `static constexpr int
+// unroll`, so that independent registers overlap in the pipeline.
+template <class Op>
+constexpr int unroll_of() {
+  if constexpr (requires { Op::unroll; })
+    return Op::unroll;
+  else
+    return 2;
+}
+
 // Body of n & -lanes elements in full registers, then the tail.
 template <class Op, class T, int S, class Out, class Rep, class... Src>
 inline void simd_loop(int n, const Out &out, const Rep &rep, const Src &...src) {
   constexpr int L = V<T>::lanes;
+  constexpr int U = unroll_of<Op>();
   const int body = n & ~(L - 1);
   int i = 0;
-  // Two registers per trip: a one-instruction operation is otherwise bound
-  // by the loop's own bookkeeping.
-  for (; i + 2 * L <= body; i += 2 * L) {
-    if constexpr (sizeof...(Src) == 1) {
-      step1<Op, T, S>(i, L, out, rep, src...);
-      step1<Op, T, S>(i + L, L, out, rep, src...);
-    } else {
-      step2<Op, T, S>(i, L, out, rep, src...);
-      step2<Op, T, S>(i + L, L, out, rep, src...);
-    }
+  for (; i + U * L <= body; i += U * L) {
+    [&]<int... k>(std::integer_sequence<int, k...>) {
+      if constexpr (sizeof...(Src) == 1)
+        (step1<Op, T, S>(i + k * L, L, out, rep, src...), ...);
+      else
+        (step2<Op, T, S>(i + k * L, L, out, rep, src...), ...);
+    }(std::make_integer_sequence<int, U>{});
   }
   for (; i < body; i += L) {
     if constexpr (sizeof...(Src) == 1)

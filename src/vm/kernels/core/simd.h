@@ -61,6 +61,9 @@ struct V<float> {
   static ireg igt(ireg a, ireg b) { return _mm_cmpgt_epi32(a, b); }  // signed
   static reg rcp(reg a) { return _mm_rcp_ps(a); }
   static reg rsqrt(reg a) { return _mm_rsqrt_ps(a); }
+  static ireg iand(ireg a, ireg b) { return _mm_and_si128(a, b); }
+  template <int k> static ireg shl(ireg a) { return _mm_slli_epi32(a, k); }
+  template <int k> static ireg shr(ireg a) { return _mm_srli_epi32(a, k); }  // logical
 };
 
 template <>
@@ -109,6 +112,9 @@ struct V<double> {
   static ireg isub(ireg a, ireg b) { return _mm_sub_epi64(a, b); }
   static ireg ieq(ireg a, ireg b) { return _mm_cmpeq_epi64(a, b); }
   static ireg igt(ireg a, ireg b) { return _mm_cmpgt_epi64(a, b); }  // SSE4.2
+  static ireg iand(ireg a, ireg b) { return _mm_and_si128(a, b); }
+  template <int k> static ireg shl(ireg a) { return _mm_slli_epi64(a, k); }
+  template <int k> static ireg shr(ireg a) { return _mm_srli_epi64(a, k); }  // logical
 };
 
 // Moves k < lanes elements between memory and a register without touching
