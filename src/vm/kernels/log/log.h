@@ -26,7 +26,7 @@
 //   log(1 + r) = r - r^2/2 + ... + r^7/7 (the truncation error r^8/8 is below
 //   2^-63 relative); for Log2 and Log10 r is scaled by M = 1/ln b, whose
 //   product with the leading part of rh is made exact by splitting.
-//   HA  adds the leading terms with an exact two-sum and everything else last;
+//   HA  adds the leading terms with an exact fast two-sum, everything else last;
 //   LA  the same terms without the compensation (about one rounding more);
 //   EP  r = z invc - 1 rounded directly and degree 4 (about 2^-34 relative).
 // Float Log2, Log10 and Log1p run the double EP core on the widened lanes and
@@ -212,7 +212,8 @@ inline __m128d dlog(__m128d x, __m128d extra) {
   const __m128i ix = _mm_castpd_si128(x);
   const __m128i t = _mm_add_epi64(ix, q1(0x3FF0000000000000ull - kOff));
   const __m128i kb = _mm_srli_epi64(t, 52);  // k + 1023
-  const __m128i iz = _mm_sub_epi64(ix, _mm_slli_epi64(_mm_sub_epi64(kb, q1(1023)), 52));
+  // z = x 2^-k: t's mantissa bits are z's pattern minus kOff
+  const __m128i iz = _mm_add_epi64(_mm_and_si128(t, q1(0x000FFFFFFFFFFFFFull)), q1(kOff));
   const __m128i idx = _mm_and_si128(_mm_srli_epi64(t, 45), q1(127));
   const int i0 = _mm_cvtsi128_si32(idx), i1 = _mm_extract_epi32(idx, 2);
   const __m128d e0 = _mm_loadu_pd(&tb.e[i0].invc), e1 = _mm_loadu_pd(&tb.e[i1].invc);
@@ -273,11 +274,12 @@ inline __m128d dlog(__m128d x, __m128d extra) {
         low = _mm_add_pd(_mm_add_pd(_mm_mul_pd(rhl, d1(C::Mhi)), _mm_mul_pd(r, d1(C::Mlo))),
                          _mm_mul_pd(tail, d1(C::Md)));
       }
-      // two-sum a + lead (no ordering assumption)
+      // a + lead with its rounding error.  |a| >= |lead| unless a = 0: for
+      // k != 0 |a| > 0.28, and for k = 0 outside the subinterval of 1 |T| is
+      // at least twice the subinterval's largest |r| (M scales both alike),
+      // so the fast two-sum is exact.
       const __m128d s = _mm_add_pd(a, lead);
-      const __m128d bb = _mm_sub_pd(s, a);
-      const __m128d err =
-          _mm_add_pd(_mm_sub_pd(a, _mm_sub_pd(s, bb)), _mm_sub_pd(lead, bb));
+      const __m128d err = _mm_sub_pd(lead, _mm_sub_pd(s, a));
       return _mm_add_pd(s, _mm_add_pd(_mm_add_pd(err, low), klo));
     }
   }
