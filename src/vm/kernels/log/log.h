@@ -204,9 +204,11 @@ struct DConst {
 
 // log_b(x) for positive normal finite lanes.  A = 0 (LA), 1 (HA), 2 (EP).
 // `extra` is a small correction in natural-log units added to log(1 + r)
-// (Log1p's e / u); pass zero otherwise.
-template <int B, int A>
-inline __m128d dlog(__m128d x, __m128d extra) {
+// (Log1p's e / u), used only when X is true (adding a zero is not free: the
+// compiler must keep it for the sign of zero).
+template <int B, int A, bool X = false>
+inline __m128d dlog(__m128d x, __m128d extra = _mm_setzero_pd()) {
+  auto plus_extra = [&](__m128d v) { return X ? _mm_add_pd(v, extra) : v; };
   using C = DConst<B>;
   const DTab &tb = kTab<B>;
   const __m128i ix = _mm_castpd_si128(x);
@@ -231,7 +233,7 @@ inline __m128d dlog(__m128d x, __m128d extra) {
     // -1/2 + r/3 - r^2/4
     __m128d p = _mm_add_pd(_mm_mul_pd(r, d1(1.0 / 3)), d1(-0.5));
     p = _mm_add_pd(p, _mm_mul_pd(r2, d1(-0.25)));
-    __m128d l = _mm_add_pd(_mm_add_pd(r, extra), _mm_mul_pd(r2, p));
+    __m128d l = _mm_add_pd(plus_extra(r), _mm_mul_pd(r2, p));
     if constexpr (B != kE) l = _mm_mul_pd(l, d1(C::Md));
     const __m128d a = _mm_add_pd(_mm_mul_pd(kd, d1(C::Kd)), thi);
     return _mm_add_pd(a, l);
@@ -252,7 +254,7 @@ inline __m128d dlog(__m128d x, __m128d extra) {
     const __m128d a = _mm_add_pd(_mm_mul_pd(kd, d1(C::Khi)), thi);  // exact
     const __m128d klo = _mm_add_pd(_mm_mul_pd(kd, d1(C::Klo)), tlo);
     if constexpr (A == 0) {
-      __m128d l = _mm_add_pd(_mm_add_pd(r, extra), _mm_mul_pd(r2, p));
+      __m128d l = _mm_add_pd(plus_extra(r), _mm_mul_pd(r2, p));
       if constexpr (B != kE) l = _mm_mul_pd(l, d1(C::Md));
       return _mm_add_pd(a, _mm_add_pd(l, klo));
     } else {
@@ -261,7 +263,7 @@ inline __m128d dlog(__m128d x, __m128d extra) {
       // error suffices.  Keeping rh and rl apart instead would cancel badly
       // just below 1.
       const __m128d rc = _mm_sub_pd(rl, _mm_sub_pd(r, rh));
-      const __m128d tail = _mm_add_pd(_mm_add_pd(rc, extra), _mm_mul_pd(r2, p));  // log(1+r) - r
+      const __m128d tail = _mm_add_pd(plus_extra(rc), _mm_mul_pd(r2, p));  // log(1+r) - r
       __m128d lead, low;
       if constexpr (B == kE) {
         lead = r;
@@ -302,7 +304,7 @@ inline __m128d log1p_d(__m128d x) {
   const __m128d small = _mm_sub_pd(x, _mm_sub_pd(u, one));
   const __m128d large = _mm_sub_pd(one, _mm_sub_pd(u, x));
   const __m128d e = _mm_blendv_pd(small, large, _mm_cmpge_pd(x, one));
-  return dlog<kE, A>(u, _mm_div_pd(e, u));
+  return dlog<kE, A, true>(u, _mm_div_pd(e, u));
 }
 
 // Lanes for which Log1p leaves the fast path: x <= -1 or NaN, +inf, and
@@ -411,7 +413,7 @@ struct Log1p {
         const __m128d one = _mm_set1_pd(1.0);
         const __m128d u = _mm_add_pd(one, v);
         const __m128d e = _mm_sub_pd(v, _mm_sub_pd(u, one));
-        return logk::dlog<logk::kE, 2>(u, e);
+        return logk::dlog<logk::kE, 2, true>(u, e);
       });
     } else {
       return logk::log1p_d<S>(x);
