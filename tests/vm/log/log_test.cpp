@@ -4,6 +4,7 @@
 // own indices in both layouts, and independence from the body/tail split.
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -449,4 +450,40 @@ TEST(LogSpecial, SubnormalFloatLnUnderDenormalsAreZero) {
   EXPECT_NEAR(r[1], std::log(2.0), 1e-6);
 }
 
+}  // namespace
+
+// Arguments whose result is exact or a quiet special raise no invalid or
+// divide-by-zero flag: the vector code also runs on the lanes that the scalar
+// path recomputes and must not leave a flag of its own there.
+namespace {
+template <class T>
+void check_no_spurious_flags(Fn f) {
+  const T inf = std::numeric_limits<T>::infinity();
+  const std::vector<T> x = {inf, std::numeric_limits<T>::quiet_NaN(), T(1), T(2), T(0.5), inf,
+                            -std::numeric_limits<T>::quiet_NaN()};
+  std::vector<T> r(x.size());
+  for (int slot = 0; slot < 3; ++slot)
+    for (bool strided : {false, true}) {
+      Recorder rec;
+      std::feclearexcept(FE_ALL_EXCEPT);
+      if (strided)
+        run_strided<T>(f, slot, int(x.size()), x.data(), 1, r.data(), 1);
+      else
+        run<T>(f, slot, int(x.size()), x.data(), r.data());
+      EXPECT_FALSE(std::fetestexcept(FE_INVALID))
+          << report_name(f, tchar<T>()) << " slot " << slot << (strided ? " strided" : "");
+      EXPECT_FALSE(std::fetestexcept(FE_DIVBYZERO))
+          << report_name(f, tchar<T>()) << " slot " << slot << (strided ? " strided" : "");
+      EXPECT_TRUE(Recorder::reports().empty());
+    }
+}
+class LogFlags : public ::testing::TestWithParam<Fn> {};
+TEST_P(LogFlags, FloatQuietArgumentsRaiseNoInvalidOrPoleFlag) {
+  check_no_spurious_flags<float>(GetParam());
+}
+TEST_P(LogFlags, DoubleQuietArgumentsRaiseNoInvalidOrPoleFlag) {
+  check_no_spurious_flags<double>(GetParam());
+}
+INSTANTIATE_TEST_SUITE_P(All, LogFlags, ::testing::Values(kLn, kLog2, kLog10, kLog1p),
+                         [](const auto &i) { return std::string(kNames[i.param]); });
 }  // namespace

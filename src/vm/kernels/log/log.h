@@ -47,6 +47,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <limits>
 
 #include "vm/kernels/core/driver.h"
 #include "vm/kernels/elem/elem.h"
@@ -296,31 +297,66 @@ inline __m128 widen(__m128 x, F core) {
   return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
 }
 
-// log1p for double lanes with x > -1 (the u, e split described above).
+// Lanes for which Log1p leaves the fast path: x <= -1, NaN, +inf, and |x|
+// below the smallest normal (zeros keep their sign, subnormals report
+// underflow).  Integer compares on the pattern: the ordered float compares
+// of SSE signal invalid on a quiet NaN.  x <= -1 is the pattern above that
+// of -1 taken as unsigned (sign flipped for the signed compare).
+inline __m128 log1p_special_f(__m128 x) {
+  const __m128i ix = _mm_castps_si128(x);
+  const __m128i ax = _mm_and_si128(ix, _mm_set1_epi32(0x7FFFFFFF));
+  const __m128i tiny = _mm_cmpgt_epi32(_mm_set1_epi32(0x00800000), ax);
+  const __m128i nonfinite = _mm_cmpgt_epi32(ax, _mm_set1_epi32(0x7F7FFFFF));
+  const __m128i le_m1 = _mm_cmpgt_epi32(_mm_xor_si128(ix, _mm_set1_epi32(int(0x80000000u))),
+                                        _mm_set1_epi32(0x3F7FFFFF));
+  return _mm_castsi128_ps(_mm_or_si128(_mm_or_si128(tiny, nonfinite), le_m1));
+}
+// Lanes whose vector result would raise a flag of its own (x <= -1 and
+// -inf, where u - x and e / u meet inf - inf or 0 / 0; +inf; NaN, on which
+// the ordered compare in log1p_d signals) are set to 0 first; they all go
+// through the scalar path anyway.  The negative ones by one integer compare
+// (the pattern with the sign flipped above that of 1), the others by quiet
+// float compares.
+inline __m128d log1p_tame(__m128d x) {
+  const __m128i ix = _mm_castpd_si128(x);
+  const __m128d neg = _mm_castsi128_pd(
+      _mm_cmpgt_epi64(_mm_xor_si128(ix, q1(0x8000000000000000ull)), q1(0x3FEFFFFFFFFFFFFFull)));
+  const __m128d bad = _mm_or_pd(_mm_or_pd(neg, _mm_cmpunord_pd(x, x)),
+                                _mm_cmpeq_pd(x, d1(std::numeric_limits<double>::infinity())));
+  return _mm_andnot_pd(bad, x);
+}
+inline __m128 log1p_tame(__m128 x) {
+  const __m128i ix = _mm_castps_si128(x);
+  const __m128i bad = _mm_or_si128(
+      _mm_cmpgt_epi32(_mm_xor_si128(ix, _mm_set1_epi32(int(0x80000000u))),
+                      _mm_set1_epi32(0x3F7FFFFF)),
+      _mm_cmpgt_epi32(ix, _mm_set1_epi32(0x7F7FFFFF)));
+  return _mm_andnot_ps(_mm_castsi128_ps(bad), x);
+}
+
+inline __m128d log1p_special_d(__m128d x) {
+  const __m128i ix = _mm_castpd_si128(x);
+  const __m128i ax = _mm_and_si128(ix, q1(0x7FFFFFFFFFFFFFFFull));
+  const __m128i tiny = _mm_cmpgt_epi64(q1(0x0010000000000000ull), ax);
+  const __m128i nonfinite = _mm_cmpgt_epi64(ax, q1(0x7FEFFFFFFFFFFFFFull));
+  const __m128i le_m1 =
+      _mm_cmpgt_epi64(_mm_xor_si128(ix, q1(0x8000000000000000ull)), q1(0x3FEFFFFFFFFFFFFFull));
+  return _mm_castsi128_pd(_mm_or_si128(_mm_or_si128(tiny, nonfinite), le_m1));
+}
+
+// log1p for double lanes with x > -1 (the u, e split described above).  The
+// logarithm runs on u = 1 + x straight away (its code raises no flag for any
+// pattern); only the correction, which is needed last, goes through the
+// tamed copy, so the masking stays off the long dependency chain.
 template <int A>
 inline __m128d log1p_d(__m128d x) {
   const __m128d one = d1(1.0);
-  const __m128d u = _mm_add_pd(one, x);
-  const __m128d small = _mm_sub_pd(x, _mm_sub_pd(u, one));
-  const __m128d large = _mm_sub_pd(one, _mm_sub_pd(u, x));
-  const __m128d e = _mm_blendv_pd(small, large, _mm_cmpge_pd(x, one));
-  return dlog<kE, A, true>(u, _mm_div_pd(e, u));
-}
-
-// Lanes for which Log1p leaves the fast path: x <= -1 or NaN, +inf, and
-// |x| below the smallest normal (zeros keep their sign, subnormals report
-// underflow).
-inline __m128 log1p_special_f(__m128 x) {
-  const __m128 ax = _mm_and_ps(x, f1(0x7FFFFFFF));
-  return _mm_or_ps(_mm_or_ps(_mm_cmpngt_ps(x, _mm_set1_ps(-1.0f)),
-                             _mm_cmpeq_ps(x, f1(0x7F800000))),
-                   _mm_cmplt_ps(ax, f1(0x00800000)));
-}
-inline __m128d log1p_special_d(__m128d x) {
-  const __m128d ax = _mm_and_pd(x, _mm_castsi128_pd(q1(0x7FFFFFFFFFFFFFFFull)));
-  return _mm_or_pd(_mm_or_pd(_mm_cmpngt_pd(x, d1(-1.0)),
-                             _mm_cmpeq_pd(x, _mm_castsi128_pd(q1(0x7FF0000000000000ull)))),
-                   _mm_cmplt_pd(ax, _mm_castsi128_pd(q1(0x0010000000000000ull))));
+  const __m128d xt = log1p_tame(x);
+  const __m128d ut = _mm_add_pd(one, xt);
+  const __m128d small = _mm_sub_pd(xt, _mm_sub_pd(ut, one));
+  const __m128d large = _mm_sub_pd(one, _mm_sub_pd(ut, xt));
+  const __m128d e = _mm_blendv_pd(small, large, _mm_cmpge_pd(xt, one));
+  return dlog<kE, A, true>(_mm_add_pd(one, x), _mm_div_pd(e, ut));
 }
 
 // The scalar routine of float Ln: special values, codes, and ln of positive
@@ -409,7 +445,7 @@ struct Log1p {
   template <class T, int S>
   static R<T> vec(R<T> x) {
     if constexpr (sizeof(T) == 4) {
-      return logk::widen<logk::kE>(x, [](__m128d v) {
+      return logk::widen<logk::kE>(logk::log1p_tame(x), [](__m128d v) {
         const __m128d one = _mm_set1_pd(1.0);
         const __m128d u = _mm_add_pd(one, v);
         const __m128d e = _mm_sub_pd(v, _mm_sub_pd(u, one));
