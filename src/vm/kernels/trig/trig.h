@@ -1,5 +1,387 @@
+// Sine, cosine, their pair and tangent: SIMD kernels in the driver's protocol.
+//
+// Method (all types and slots):
+//   1. k = nearest integer to |x| * 2/pi, found by adding the shifter
+//      1.5 * 2^52 so that k also sits in the low bits of the sum's pattern.
+//   2. r = |x| - k * pi/2 by Cody-Waite with pi/2 cut into four pieces: the
+//      first three short enough that k times each is exact on the fast path,
+//      the fourth a full double.  |x| - k * c1 is then exact, and each further
+//      subtraction is either exact (Sterbenz: the pieces cancel) or loses at
+//      most half an ulp of a value already close to r.  The high-accuracy
+//      double kernels keep the rounding errors (TwoSum) and carry r as a pair
+//      r + rr.
+//   3. sin r = r + r z P(z) and cos r = 1 - z/2 + z^2 Q(z), z = r^2, with
+//      P and Q minimax on |r| <= 0.786 (a little beyond pi/4 since k may be
+//      rounded from a product).  Degrees by slot, relative error of the
+//      polynomial alone:
+//         double HA, LA  P 6 terms 2^-57, Q 6 terms 2^-62
+//         double EP      P 3 terms 2^-27, Q 3 terms 2^-32
+//         float HA, LA   P 3 terms 2^-27, Q 3 terms 2^-32
+//         float EP       P 2 terms 2^-18, Q 1 term  2^-14
+//      The float kernels run the whole computation in double on two halves
+//      of the register and round once at the end.
+//   4. The quadrant k & 3 picks sin or cos and the sign by bit tricks on k's
+//      low bits; sin and tan are computed for |x| and given x's sign, so
+//      sin(-0) = -0 without special care.  Tan is sin/cos on even k and
+//      -cos/sin on odd k; the high-accuracy double tangent divides the
+//      unrounded pairs and corrects the quotient with an exact residual.
+//
+// Lanes off the fast path (|x| >= 2^21 for double, 2^28 for float,
+// infinities, NaNs, and subnormals of the odd functions, which underflow) are
+// recomputed by the per-element routines, which reduce exactly and give the
+// special values and error codes.
 #pragma once
 
-#include "vm/kernels/core/driver.h"
+#include <smmintrin.h>
 
-namespace qor::vm::vec {}  // namespace qor::vm::vec
+#include <cstdint>
+#include <type_traits>
+
+#include "vm/kernels/core/driver.h"
+#include "vm/kernels/elem/elem.h"
+
+namespace qor::vm::vec {
+
+namespace trig_detail {
+
+using simd::V;
+using D = __m128d;
+template <class T>
+using Rg = typename V<T>::reg;
+
+// pi/2 in pieces.  Double: 32-bit pieces, so k * c_i is exact for k < 2^21;
+// the fast path |x| < 2^21 keeps k <= 2^21 * 2/pi.  Float: 24-bit pieces,
+// exact for k < 2^29, fast path |x| < 2^28.  Both splits carry well over 120
+// bits of pi/2, enough for the nearest approaches of the arguments in range
+// to a multiple of pi/2.
+struct Split32 {
+  static constexpr double c1 = 0x1.921fb544p+0;
+  static constexpr double c2 = 0x1.0b4611a6p-34;
+  static constexpr double c3 = 0x1.3198a2ep-69;
+  static constexpr double c4 = 0x1.b839a252049c1p-104;
+};
+struct Split24 {
+  static constexpr double c1 = 0x1.921fb6p+0;
+  static constexpr double c2 = -0x1.777a5cp-25;
+  static constexpr double c3 = -0x1.ee59dap-50;
+  static constexpr double c4 = 0x1.98a2e03707345p-77;
+};
+
+// Minimax coefficients (see the table at the top), P(z) then Q(z).
+constexpr double kSin2[] = {-0x1.5541bc472963cp-3, 0x1.0b1a05787d0c8p-7};
+constexpr double kSin3[] = {-0x1.55554529e5080p-3, 0x1.1106b27b775c2p-7, -0x1.99045a829c7cdp-13};
+constexpr double kSin6[] = {-0x1.555555555554cp-3, 0x1.111111110fb25p-7, -0x1.a01a019c2a957p-13,
+                            0x1.71de3569b05f0p-19, -0x1.ae5e479d56b53p-26, 0x1.5d860a73f86f4p-33};
+constexpr double kCos1[] = {0x1.4e619694ef5b5p-5};
+constexpr double kCos3[] = {0x1.55554eda6f2fcp-5, -0x1.6c0e7213aa4c2p-10, 0x1.9a6d2bedcc03ep-16};
+constexpr double kCos6[] = {0x1.5555555555553p-5, -0x1.6c16c16c1611ep-10, 0x1.a01a019e21dbfp-16,
+                            -0x1.27e4f90128d36p-22, 0x1.1eea86fed8f8ep-29, -0x1.8ff872e8e4fc7p-37};
+
+// What a (type, slot) pair computes with.
+template <class T, int S>
+struct Cfg {
+  static constexpr bool is_float = std::is_same_v<T, float>;
+  // pairs r + rr and compensated sums: the double high-accuracy kernels
+  static constexpr bool acc = !is_float && S == 1;
+  using Split = std::conditional_t<is_float, Split24, Split32>;
+  static constexpr int ns = is_float ? (S == 2 ? 2 : 3) : (S == 2 ? 3 : 6);
+  static constexpr int nc = is_float ? (S == 2 ? 1 : 3) : (S == 2 ? 3 : 6);
+  static constexpr const double *sin_c() {
+    return ns == 2 ? kSin2 : ns == 3 ? kSin3 : kSin6;
+  }
+  static constexpr const double *cos_c() {
+    return nc == 1 ? kCos1 : nc == 3 ? kCos3 : kCos6;
+  }
+};
+
+inline D set(double v) { return _mm_set1_pd(v); }
+inline D add(D a, D b) { return _mm_add_pd(a, b); }
+inline D sub(D a, D b) { return _mm_sub_pd(a, b); }
+inline D mul(D a, D b) { return _mm_mul_pd(a, b); }
+
+template <int N>
+inline D horner(D z, const double *c) {
+  D p = set(c[N - 1]);
+  for (int i = N - 2; i >= 0; --i) p = add(mul(p, z), set(c[i]));
+  return p;
+}
+
+// Exact product a * b = p + e without a fused multiply-add (Dekker).
+inline void split(D a, D &hi, D &lo) {
+  D t = mul(a, set(0x1p27 + 1));
+  hi = sub(t, sub(t, a));
+  lo = sub(a, hi);
+}
+inline void two_prod(D a, D b, D &p, D &e) {
+  D ah, al, bh, bl;
+  split(a, ah, al);
+  split(b, bh, bl);
+  p = mul(a, b);
+  e = add(add(add(sub(mul(ah, bh), p), mul(ah, bl)), mul(al, bh)), mul(al, bl));
+}
+
+// Reduced argument of |x| (ax >= 0): r (+ rr when Acc) and k's bits.
+template <class C>
+struct Reduced {
+  D r, rr, z, zl;  // zl: rounding error of z = r * r (Acc only)
+  __m128i k;
+};
+
+template <class C>
+inline Reduced<C> reduce(D ax) {
+  using Sp = typename C::Split;
+  const D shifter = set(0x1.8p52);
+  Reduced<C> o;
+  D kd = add(mul(ax, set(0x1.45f306dc9c883p-1)), shifter);
+  o.k = _mm_castpd_si128(kd);
+  D kf = sub(kd, shifter);
+  D a = sub(ax, mul(kf, set(Sp::c1)));
+  D t2 = mul(kf, set(Sp::c2)), t3 = mul(kf, set(Sp::c3)), t4 = mul(kf, set(Sp::c4));
+  if constexpr (!C::acc) {
+    o.r = sub(sub(sub(a, t2), t3), t4);
+    o.rr = _mm_setzero_pd();
+  } else {
+    // TwoSum(a, -t2), TwoSum(b, -t3): every rounding error is kept.
+    D b = sub(a, t2);
+    D bv = sub(b, a);
+    D e1 = sub(sub(a, sub(b, bv)), add(t2, bv));
+    D c = sub(b, t3);
+    D cv = sub(c, b);
+    D e2 = sub(sub(b, sub(c, cv)), add(t3, cv));
+    D lo = sub(add(e1, e2), t4);
+    o.r = add(c, lo);
+    o.rr = add(sub(c, o.r), lo);
+  }
+  o.z = mul(o.r, o.r);
+  if constexpr (C::acc) {
+    // exact square (Dekker): 1 - z/2 in cos must not carry z's rounding
+    D rh, rl;
+    split(o.r, rh, rl);
+    o.zl = add(add(sub(mul(rh, rh), o.z), mul(add(rh, rh), rl)), mul(rl, rl));
+  }
+  return o;
+}
+
+// sin r as hi + lo (hi = r; lo the unrounded rest).
+template <class C>
+inline D sin_lo(const Reduced<C> &q) {
+  D lo = mul(mul(q.r, q.z), horner<C::ns>(q.z, C::sin_c()));
+  if constexpr (C::acc) lo = add(lo, mul(q.rr, sub(set(1.0), mul(set(0.5), q.z))));
+  return lo;
+}
+// cos r as hi + lo with hi = 1 - z/2.
+template <class C>
+inline D cos_lo(const Reduced<C> &q, D &hi) {
+  D hz = mul(set(0.5), q.z);
+  hi = sub(set(1.0), hz);
+  D lo = mul(mul(q.z, q.z), horner<C::nc>(q.z, C::cos_c()));
+  if constexpr (C::acc) {
+    // 1 - hi is exact (Sterbenz): recovers the rounding of 1 - z/2
+    lo = add(sub(sub(sub(set(1.0), hi), hz), mul(set(0.5), q.zl)), sub(lo, mul(q.r, q.rr)));
+  }
+  return lo;
+}
+
+// Lane masks from k: odd k (bit 63 set, for blendv) and the sign flip of
+// quadrants 2 and 3 (sign bit), with k shifted by `add` quadrants.
+inline D odd_mask(__m128i k) {
+  return _mm_castsi128_pd(_mm_slli_epi64(k, 63));
+}
+template <int Add>
+inline D quad_sign(__m128i k) {
+  __m128i kk = Add ? _mm_add_epi64(k, _mm_set1_epi64x(Add)) : k;
+  return _mm_castsi128_pd(_mm_slli_epi64(_mm_srli_epi64(kk, 1), 63));
+}
+inline D sign_of(D x) { return _mm_and_pd(x, _mm_castsi128_pd(_mm_set1_epi64x(INT64_MIN))); }
+inline D abs_of(D x) { return _mm_andnot_pd(_mm_castsi128_pd(_mm_set1_epi64x(INT64_MIN)), x); }
+
+// The three double-register computations behind the operations.
+template <class C>
+inline D sin_d(D x) {
+  auto q = reduce<C>(abs_of(x));
+  D chi;
+  D s = add(q.r, sin_lo(q));
+  D cl = cos_lo(q, chi);
+  D c = add(chi, cl);
+  D v = _mm_blendv_pd(s, c, odd_mask(q.k));
+  return _mm_xor_pd(v, _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
+}
+template <class C>
+inline D cos_d(D x) {
+  auto q = reduce<C>(abs_of(x));
+  D chi;
+  D s = add(q.r, sin_lo(q));
+  D cl = cos_lo(q, chi);
+  D c = add(chi, cl);
+  D v = _mm_blendv_pd(c, s, odd_mask(q.k));
+  return _mm_xor_pd(v, quad_sign<1>(q.k));
+}
+template <class C>
+inline void sincos_d(D x, D &ys, D &yc) {
+  auto q = reduce<C>(abs_of(x));
+  D chi;
+  D s = add(q.r, sin_lo(q));
+  D cl = cos_lo(q, chi);
+  D c = add(chi, cl);
+  D odd = odd_mask(q.k);
+  ys = _mm_xor_pd(_mm_blendv_pd(s, c, odd), _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
+  yc = _mm_xor_pd(_mm_blendv_pd(c, s, odd), quad_sign<1>(q.k));
+}
+
+template <class C>
+inline D tan_d(D x) {
+  auto q = reduce<C>(abs_of(x));
+  D chi;
+  D sl = sin_lo(q);
+  D cl = cos_lo(q, chi);
+  D odd = odd_mask(q.k);
+  D v;
+  if constexpr (!C::acc) {
+    D s = add(q.r, sl), c = add(chi, cl);
+    D n = _mm_blendv_pd(s, _mm_xor_pd(c, set(-0.0)), odd);
+    D d = _mm_blendv_pd(c, s, odd);
+    v = _mm_div_pd(n, d);
+  } else {
+    // tan = N / D with N, D the unrounded pairs of sin and cos (or -cos and
+    // sin): normalise both pairs, divide the high parts, and correct by the
+    // residual N - q0 D, computed exactly up to the low parts' products.
+    const D neg = set(-0.0);
+    D nh = _mm_blendv_pd(q.r, _mm_xor_pd(chi, neg), odd);
+    D nl = _mm_blendv_pd(sl, _mm_xor_pd(cl, neg), odd);
+    D dh = _mm_blendv_pd(chi, q.r, odd);
+    D dl = _mm_blendv_pd(cl, sl, odd);
+    D t = add(nh, nl);
+    nl = sub(nl, sub(t, nh));
+    nh = t;
+    t = add(dh, dl);
+    dl = sub(dl, sub(t, dh));
+    dh = t;
+    D inv = _mm_div_pd(set(1.0), dh);
+    D q0 = mul(nh, inv);
+    D p, e;
+    two_prod(q0, dh, p, e);
+    D rem = add(sub(sub(nh, p), e), sub(nl, mul(q0, dl)));
+    v = add(q0, mul(rem, inv));
+  }
+  return _mm_xor_pd(v, sign_of(x));
+}
+
+// Float registers run as two double halves.
+template <class F>
+inline __m128 on_halves(__m128 x, F f) {
+  D lo = f(_mm_cvtps_pd(x));
+  D hi = f(_mm_cvtps_pd(_mm_movehl_ps(x, x)));
+  return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
+}
+
+// Lanes for the per-element routine: |x| at or beyond the fast-path bound
+// (infinities and NaNs included), and with `sub` the nonzero subnormals.
+// Tested on the bit patterns so that denormals-are-zero cannot hide them.
+template <class T>
+inline int off_path(typename V<T>::reg x, bool sub) {
+  using W = V<T>;
+  auto ab = W::as_int(W::and_(x, W::absmask()));
+  if constexpr (std::is_same_v<T, float>) {
+    __m128i m = _mm_cmpgt_epi32(ab, _mm_set1_epi32(0x4D7FFFFF));  // >= 2^28
+    if (sub)
+      m = _mm_or_si128(m, _mm_and_si128(_mm_cmpgt_epi32(ab, _mm_setzero_si128()),
+                                        _mm_cmpgt_epi32(_mm_set1_epi32(0x00800000), ab)));
+    return _mm_movemask_ps(_mm_castsi128_ps(m));
+  } else {
+    __m128i m = _mm_cmpgt_epi64(ab, _mm_set1_epi64x(0x413FFFFFFFFFFFFFll));  // >= 2^21
+    if (sub)
+      m = _mm_or_si128(m, _mm_and_si128(_mm_cmpgt_epi64(ab, _mm_setzero_si128()),
+                                        _mm_cmpgt_epi64(_mm_set1_epi64x(0x0010000000000000ll), ab)));
+    return _mm_movemask_pd(_mm_castsi128_pd(m));
+  }
+}
+
+}  // namespace trig_detail
+
+// ---- operations ---------------------------------------------------------------
+
+struct Sin {
+  template <class T, int S>
+  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+    using C = trig_detail::Cfg<T, S>;
+    if constexpr (C::is_float)
+      return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::sin_d<C>(h); });
+    else
+      return trig_detail::sin_d<C>(x);
+  }
+  template <class T, int S>
+  static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
+    return trig_detail::off_path<T>(x, true);
+  }
+  template <class T, int S>
+  static T fix(T x, int &code) {
+    return elem::Sin::eval<T, S>(x, code);
+  }
+};
+
+struct Cos {
+  template <class T, int S>
+  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+    using C = trig_detail::Cfg<T, S>;
+    if constexpr (C::is_float)
+      return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::cos_d<C>(h); });
+    else
+      return trig_detail::cos_d<C>(x);
+  }
+  // cos of a subnormal is 1 on the fast path, nothing to report
+  template <class T, int S>
+  static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
+    return trig_detail::off_path<T>(x, false);
+  }
+  template <class T, int S>
+  static T fix(T x, int &code) {
+    return elem::Cos::eval<T, S>(x, code);
+  }
+};
+
+struct Tan {
+  template <class T, int S>
+  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+    using C = trig_detail::Cfg<T, S>;
+    if constexpr (C::is_float)
+      return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::tan_d<C>(h); });
+    else
+      return trig_detail::tan_d<C>(x);
+  }
+  template <class T, int S>
+  static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
+    return trig_detail::off_path<T>(x, true);
+  }
+  template <class T, int S>
+  static T fix(T x, int &code) {
+    return elem::Tan::eval<T, S>(x, code);
+  }
+};
+
+// Two results per argument (shape R2): sin into the first vector, cos into
+// the second; one reduction serves both.
+struct SinCos {
+  template <class T, int S>
+  static void vec2(trig_detail::Rg<T> x, trig_detail::Rg<T> &ys, trig_detail::Rg<T> &yc) {
+    using C = trig_detail::Cfg<T, S>;
+    if constexpr (C::is_float) {
+      __m128d s0, c0, s1, c1;
+      trig_detail::sincos_d<C>(_mm_cvtps_pd(x), s0, c0);
+      trig_detail::sincos_d<C>(_mm_cvtps_pd(_mm_movehl_ps(x, x)), s1, c1);
+      ys = _mm_movelh_ps(_mm_cvtpd_ps(s0), _mm_cvtpd_ps(s1));
+      yc = _mm_movelh_ps(_mm_cvtpd_ps(c0), _mm_cvtpd_ps(c1));
+    } else {
+      trig_detail::sincos_d<C>(x, ys, yc);
+    }
+  }
+  template <class T, int S>
+  static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
+    return trig_detail::off_path<T>(x, true);
+  }
+  template <class T, int S>
+  static void fix2(T x, T &ys, T &yc, int &code) {
+    elem::SinCos::eval<T, S>(x, ys, yc, code);
+  }
+};
+
+}  // namespace qor::vm::vec
