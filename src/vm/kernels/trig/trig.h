@@ -274,6 +274,92 @@ inline __m128 on_halves(__m128 x, F f) {
   return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
 }
 
+// ---- float LA and EP: reduction in double, polynomials in float ---------------
+// The reduction needs more than float precision near multiples of pi/2 (the
+// nearest approach of a float below 2^28 is 2^-27.8), so it runs in double on
+// the two halves; r then goes to float, where its rounding (half an ulp) is
+// within these slots' bounds, and the polynomials run on four lanes at once.
+// LA keeps three pieces of pi/2, EP two (c1 and the rest rounded).
+using F = __m128;
+inline F fset(float v) { return _mm_set1_ps(v); }
+
+template <int S>
+inline D reduce_half(D ax, D &kd) {
+  const D shifter = set(0x1.8p52);
+  kd = add(mul(ax, set(0x1.45f306dc9c883p-1)), shifter);
+  D kf = sub(kd, shifter);
+  D a = sub(ax, mul(kf, set(Split24::c1)));
+  if constexpr (S == 2) return sub(a, mul(kf, set(-0x1.777a5cf72cecep-25)));
+  return sub(sub(a, mul(kf, set(Split24::c2))), mul(kf, set(-0x1.ee59d9cceba40p-50)));
+}
+
+struct ReducedF {
+  F r, z;
+  __m128i k;  // 32-bit lanes
+};
+
+template <int S>
+inline ReducedF reduce_f(F ax) {
+  D k0, k1;
+  D r0 = reduce_half<S>(_mm_cvtps_pd(ax), k0);
+  D r1 = reduce_half<S>(_mm_cvtps_pd(_mm_movehl_ps(ax, ax)), k1);
+  ReducedF o;
+  o.r = _mm_movelh_ps(_mm_cvtpd_ps(r0), _mm_cvtpd_ps(r1));
+  o.z = _mm_mul_ps(o.r, o.r);
+  // the low 32 bits of each k
+  o.k = _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(k0), _mm_castpd_ps(k1), _MM_SHUFFLE(2, 0, 2, 0)));
+  return o;
+}
+
+template <int N>
+inline F fhorner(F z, const double *c) {
+  F p = fset(float(c[N - 1]));
+  for (int i = N - 2; i >= 0; --i) p = _mm_add_ps(_mm_mul_ps(p, z), fset(float(c[i])));
+  return p;
+}
+
+template <int S>
+inline void sincos_f(const ReducedF &q, F &s, F &c) {
+  using C = Cfg<float, S>;
+  s = _mm_add_ps(q.r, _mm_mul_ps(_mm_mul_ps(q.r, q.z), fhorner<C::ns>(q.z, C::sin_c())));
+  F hz = _mm_mul_ps(fset(0.5f), q.z);
+  c = _mm_add_ps(_mm_sub_ps(fset(1.0f), hz),
+                 _mm_mul_ps(_mm_mul_ps(q.z, q.z), fhorner<C::nc>(q.z, C::cos_c())));
+}
+inline F fodd(__m128i k) { return _mm_castsi128_ps(_mm_slli_epi32(k, 31)); }
+template <int Add>
+inline F fquad_sign(__m128i k) {
+  __m128i kk = Add ? _mm_add_epi32(k, _mm_set1_epi32(Add)) : k;
+  return _mm_castsi128_ps(_mm_slli_epi32(_mm_srli_epi32(kk, 1), 31));
+}
+inline F fsign(F x) { return _mm_and_ps(x, _mm_castsi128_ps(_mm_set1_epi32(INT32_MIN))); }
+inline F fabs_(F x) { return _mm_andnot_ps(_mm_castsi128_ps(_mm_set1_epi32(INT32_MIN)), x); }
+
+template <int S>
+inline F sin_f(F x) {
+  auto q = reduce_f<S>(fabs_(x));
+  F s, c;
+  sincos_f<S>(q, s, c);
+  return _mm_xor_ps(_mm_blendv_ps(s, c, fodd(q.k)), _mm_xor_ps(fquad_sign<0>(q.k), fsign(x)));
+}
+template <int S>
+inline F cos_f(F x) {
+  auto q = reduce_f<S>(fabs_(x));
+  F s, c;
+  sincos_f<S>(q, s, c);
+  return _mm_xor_ps(_mm_blendv_ps(c, s, fodd(q.k)), fquad_sign<1>(q.k));
+}
+template <int S>
+inline void sincos2_f(F x, F &ys, F &yc) {
+  auto q = reduce_f<S>(fabs_(x));
+  F s, c;
+  sincos_f<S>(q, s, c);
+  F odd = fodd(q.k);
+  ys = _mm_xor_ps(_mm_blendv_ps(s, c, odd), _mm_xor_ps(fquad_sign<0>(q.k), fsign(x)));
+  yc = _mm_xor_ps(_mm_blendv_ps(c, s, odd), fquad_sign<1>(q.k));
+}
+
 // Lanes for the per-element routine: |x| at or beyond the fast-path bound
 // (infinities and NaNs included), and with `sub` the nonzero subnormals.
 // Tested on the bit patterns so that denormals-are-zero cannot hide them.
@@ -304,7 +390,9 @@ struct Sin {
   template <class T, int S>
   static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
     using C = trig_detail::Cfg<T, S>;
-    if constexpr (C::is_float)
+    if constexpr (C::is_float && S != 1)
+      return trig_detail::sin_f<S>(x);
+    else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::sin_d<C>(h); });
     else
       return trig_detail::sin_d<C>(x);
@@ -323,7 +411,9 @@ struct Cos {
   template <class T, int S>
   static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
     using C = trig_detail::Cfg<T, S>;
-    if constexpr (C::is_float)
+    if constexpr (C::is_float && S != 1)
+      return trig_detail::cos_f<S>(x);
+    else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::cos_d<C>(h); });
     else
       return trig_detail::cos_d<C>(x);
@@ -364,7 +454,9 @@ struct SinCos {
   template <class T, int S>
   static void vec2(trig_detail::Rg<T> x, trig_detail::Rg<T> &ys, trig_detail::Rg<T> &yc) {
     using C = trig_detail::Cfg<T, S>;
-    if constexpr (C::is_float) {
+    if constexpr (C::is_float && S != 1) {
+      trig_detail::sincos2_f<S>(x, ys, yc);
+    } else if constexpr (C::is_float) {
       __m128d s0, c0, s1, c1;
       trig_detail::sincos_d<C>(_mm_cvtps_pd(x), s0, c0);
       trig_detail::sincos_d<C>(_mm_cvtps_pd(_mm_movehl_ps(x, x)), s1, c1);
