@@ -7,6 +7,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -481,6 +482,67 @@ TEST(TrigMixed, InPlace) {
       in_place<double>(f, slot);
     }
 }
+
+// ---- reduction next to multiples of pi/2 -------------------------------------------
+
+// The element nearest to k pi/2 (and its neighbours) leaves the smallest
+// reduced arguments, where a reduction short of bits shows at once.  k runs
+// over small multiples and over multiples near the top of the fast path;
+// the float list adds the closest approaches found by sweeping every float
+// below 2^28 (binades 2^2, 2^7, 2^15, 2^21, 2^25).
+template <class T>
+std::vector<T> near_multiples() {
+  std::vector<T> v;
+  mpfr_t P, X;
+  mpfr_inits2(256, P, X, (mpfr_ptr)0);
+  mpfr_const_pi(P, MPFR_RNDN);
+  mpfr_div_2ui(P, P, 1, MPFR_RNDN);
+  const double top = sizeof(T) == 4 ? 0x1p28 : 0x1p21;
+  std::vector<long> ks;
+  for (long k = 1; k <= 400; ++k) ks.push_back(k);
+  for (long k = long(top / 1.5707963267948966) - 300; k < long(top / 1.5707963267948966); ++k)
+    ks.push_back(k);
+  for (long k : ks) {
+    mpfr_mul_si(X, P, k, MPFR_RNDN);
+    T x = sizeof(T) == 4 ? T(mpfr_get_flt(X, MPFR_RNDN)) : T(mpfr_get_d(X, MPFR_RNDN));
+    for (T y : {std::nextafter(x, T(0)), x, std::nextafter(x, T(1e30))}) {
+      v.push_back(y);
+      v.push_back(-y);
+    }
+  }
+  mpfr_clears(P, X, (mpfr_ptr)0);
+  if constexpr (sizeof(T) == 4) {
+    for (float y : {4.71238899f, 252.898209f, 52516.4336f, 2709675.5f, 42781604.0f}) {
+      v.push_back(y);
+      v.push_back(-y);
+    }
+  }
+  return v;
+}
+
+template <class T>
+void near_multiples_within_bound() {
+  const std::vector<T> x = near_multiples<T>();
+  std::vector<T> r1(x.size()), r2(x.size());
+  for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
+    for (int slot = 0; slot < 3; ++slot) {
+      Recorder rec;
+      run<T>(f, slot, int(x.size()), x.data(), r1.data(), r2.data());
+      EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
+      double worst = 0, worst2 = 0;
+      T at = 0;
+      for (size_t i = 0; i < x.size(); ++i) {
+        double e = ulp_error<T>(f, false, x[i], r1[i]);
+        if (e > worst) worst = e, at = x[i];
+        if (f == Fn::SinCos) worst2 = std::max(worst2, ulp_error<T>(f, true, x[i], r2[i]));
+      }
+      EXPECT_LE(worst, bound<T>(slot)) << fn_name(f) << " " << slot_name(slot) << " at " << at;
+      EXPECT_LE(worst2, bound<T>(slot)) << "SinCos cos " << slot_name(slot);
+    }
+}
+
+TEST(TrigReduction, NearestToMultiplesOfHalfPiFloat) { near_multiples_within_bound<float>(); }
+TEST(TrigReduction, NearestToMultiplesOfHalfPiDouble) { near_multiples_within_bound<double>(); }
 
 // ---- SinCos against Sin and Cos ----------------------------------------------------
 
