@@ -358,13 +358,6 @@ inline F fsign(F x) { return _mm_and_ps(x, _mm_castsi128_ps(_mm_set1_epi32(INT32
 inline F fabs_(F x) { return _mm_andnot_ps(_mm_castsi128_ps(_mm_set1_epi32(INT32_MIN)), x); }
 
 template <int S>
-inline F sin_f(F x) {
-  auto q = reduce_f<S>(fabs_(x));
-  F s, c;
-  sincos_f<S>(q, s, c);
-  return _mm_xor_ps(_mm_blendv_ps(s, c, fodd(q.k)), _mm_xor_ps(fquad_sign<0>(q.k), fsign(x)));
-}
-template <int S>
 inline F cos_f(F x) {
   auto q = reduce_f<S>(fabs_(x));
   F s, c;
@@ -379,6 +372,87 @@ inline void sincos2_f(F x, F &ys, F &yc) {
   F odd = fodd(q.k);
   ys = _mm_xor_ps(_mm_blendv_ps(s, c, odd), _mm_xor_ps(fquad_sign<0>(q.k), fsign(x)));
   yc = _mm_xor_ps(_mm_blendv_ps(c, s, odd), fquad_sign<1>(q.k));
+}
+
+// ---- Sin and Cos, LA and EP: reduction by pi, one polynomial ------------------
+// sin x = (-1)^k sin r with r = |x| - k pi, and cos x = (-1)^(j+1) sin r with
+// r = |x| - (2j + 1) pi/2, |r| <= pi/2: one odd polynomial per lane instead
+// of both and a blend.  The longer interval costs accuracy in the final sum
+// (the polynomial part reaches 0.57 of the result next to pi/2), which the
+// LA and EP bounds absorb; HA, the EP cosine and the pair/tangent kernels
+// keep the quarter-turn reduction.  The same pieces of pi/2 serve, multiplied by
+// m = 2k or 2j + 1, which stays below 2^21 (double) or 2^28 (float).
+// sin r = r + r z P(z) minimax on |r| <= pi/2 + 2^-11, relative error:
+//   8 terms 2^-60.7 (double LA), 5 terms 2^-34.5 (double EP),
+//   4 terms 2^-26.5 (float LA), 3 terms 2^-19 (float EP).
+constexpr double kSinH3[] = {-0x1.55516f6a69a24p-3, 0x1.10708097d30f4p-7, -0x1.8472a704b0786p-13};
+constexpr double kSinH4[] = {-0x1.55554dd3d1833p-3, 0x1.110ef93a9ee80p-7, -0x1.9f71ad9b52d04p-13,
+                             0x1.5da5a19ce24f9p-19};
+constexpr double kSinH5[] = {-0x1.5555554bc9f7fp-3, 0x1.11110cf4d87dcp-7, -0x1.a017f74878e43p-13,
+                             0x1.71720bcc6cd1dp-19, -0x1.9a67f3381ba00p-26};
+constexpr double kSinH8[] = {-0x1.5555555555555p-3, 0x1.11111111110dbp-7, -0x1.a01a01a015a65p-13,
+                             0x1.71de3a52e1c9ap-19, -0x1.ae6454e9449f0p-26, 0x1.6123d06614c54p-33,
+                             -0x1.ae43fea270b6bp-41, 0x1.883696831b900p-49};
+
+// r for m = 2k (Cos false) or 2j + 1 (Cos true); kd holds k or j in its low
+// bits.  Pieces: 4 for double, 3 for float LA, 2 for float EP.
+template <bool Cos, bool Float, int S>
+inline D reduce_half_turn(D ax, D &kd) {
+  const D shifter = set(0x1.8p52);
+  D t = mul(ax, set(0x1.45f306dc9c883p-2));  // 1/pi
+  if constexpr (Cos) t = sub(t, set(0.5));
+  kd = add(t, shifter);
+  D jf = sub(kd, shifter);
+  D m = add(jf, jf);
+  if constexpr (Cos) m = add(m, set(1.0));
+  if constexpr (!Float) {
+    return sub(sub(sub(sub(ax, mul(m, set(Split32::c1))), mul(m, set(Split32::c2))),
+                   mul(m, set(Split32::c3))),
+               mul(m, set(Split32::c4)));
+  } else {
+    D a = sub(ax, mul(m, set(Split24::c1)));
+    if constexpr (S == 2) return sub(a, mul(m, set(-0x1.777a5cf72cecep-25)));
+    return sub(sub(a, mul(m, set(Split24::c2))), mul(m, set(-0x1.ee59d9cceba40p-50)));
+  }
+}
+
+template <bool Cos, int S>
+inline D sin_cos_half_d(D x) {
+  D kd;
+  D r = reduce_half_turn<Cos, false, S>(abs_of(x), kd);
+  D z = mul(r, r);
+  D v;
+  if constexpr (S == 2)
+    v = add(r, mul(mul(r, z), horner<5>(z, kSinH5)));
+  else
+    v = add(r, mul(mul(r, z), horner<8>(z, kSinH8)));
+  __m128i k = _mm_castpd_si128(kd);
+  if constexpr (Cos) {
+    k = _mm_add_epi64(k, _mm_set1_epi64x(1));
+    return _mm_xor_pd(v, _mm_castsi128_pd(_mm_slli_epi64(k, 63)));
+  } else {
+    return _mm_xor_pd(v, _mm_xor_pd(_mm_castsi128_pd(_mm_slli_epi64(k, 63)), sign_of(x)));
+  }
+}
+
+template <bool Cos, int S>
+inline F sin_cos_half_f(F x) {
+  F ax = fabs_(x);
+  D k0, k1;
+  D r0 = reduce_half_turn<Cos, true, S>(_mm_cvtps_pd(ax), k0);
+  D r1 = reduce_half_turn<Cos, true, S>(_mm_cvtps_pd(_mm_movehl_ps(ax, ax)), k1);
+  F r = _mm_movelh_ps(_mm_cvtpd_ps(r0), _mm_cvtpd_ps(r1));
+  __m128i k = _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(k0), _mm_castpd_ps(k1), _MM_SHUFFLE(2, 0, 2, 0)));
+  F z = _mm_mul_ps(r, r);
+  F p = S == 2 ? fhorner<3>(z, kSinH3) : fhorner<4>(z, kSinH4);
+  F v = _mm_add_ps(r, _mm_mul_ps(_mm_mul_ps(r, z), p));
+  if constexpr (Cos) {
+    k = _mm_add_epi32(k, _mm_set1_epi32(1));
+    return _mm_xor_ps(v, _mm_castsi128_ps(_mm_slli_epi32(k, 31)));
+  } else {
+    return _mm_xor_ps(v, _mm_xor_ps(_mm_castsi128_ps(_mm_slli_epi32(k, 31)), fsign(x)));
+  }
 }
 
 // Lanes for the per-element routine: |x| at or beyond the fast-path bound
@@ -411,8 +485,10 @@ struct Sin {
   template <class T, int S>
   static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
     using C = trig_detail::Cfg<T, S>;
-    if constexpr (C::is_float && S != 1)
-      return trig_detail::sin_f<S>(x);
+    if constexpr (S != 1 && C::is_float)
+      return trig_detail::sin_cos_half_f<false, S>(x);
+    else if constexpr (S != 1)
+      return trig_detail::sin_cos_half_d<false, S>(x);
     else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::sin_d<C>(h); });
     else
@@ -432,7 +508,13 @@ struct Cos {
   template <class T, int S>
   static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
     using C = trig_detail::Cfg<T, S>;
-    if constexpr (C::is_float && S != 1)
+    // EP keeps the quarter turn: there cos 0 = 1 exactly, which the half
+    // turn's short polynomial would miss (sin r at r = -pi/2)
+    if constexpr (S == 0 && C::is_float)
+      return trig_detail::sin_cos_half_f<true, S>(x);
+    else if constexpr (S == 0)
+      return trig_detail::sin_cos_half_d<true, S>(x);
+    else if constexpr (S == 2 && C::is_float)
       return trig_detail::cos_f<S>(x);
     else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::cos_d<C>(h); });
