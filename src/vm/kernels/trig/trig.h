@@ -28,6 +28,8 @@
 //      sin(-0) = -0 without special care.  Tan is sin/cos on even k and
 //      -cos/sin on odd k; the double HA tangent divides the unrounded pairs
 //      and corrects the quotient with an exact residual.
+//   5. Sin LA/EP and Cos LA reduce by pi instead and evaluate one odd
+//      polynomial per lane (see "reduction by pi" below).
 //
 // Lanes off the fast path (|x| >= 2^21 for double, 2^28 for float,
 // infinities, NaNs, and subnormals of the odd functions, which underflow) are
