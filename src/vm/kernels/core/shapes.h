@@ -127,6 +127,29 @@ struct R2 {
         Op::template vec2<T, S>(x, y1, y2);
         o1.store(i, y1, k);
         o2.store(i, y2, k);
+        // Lanes the vector form cannot serve are redone one at a time, both
+        // results and the report coming from the per-element routine; the
+        // tail runs the same code on a partial register, so where an element
+        // falls changes nothing.
+        if constexpr (requires(T v, T &w, int &c) {
+                        Op::template special<T, S>(x, y1);
+                        Op::template fix2<T, S>(v, w, w, c);
+                      }) {
+          int m = Op::template special<T, S>(x, y1) & ((1 << k) - 1);
+          if (m) [[unlikely]] {
+            T xs[L];
+            V<T>::store(xs, x);
+            for (int j = 0; j < k; ++j) {
+              if (!(m >> j & 1)) continue;
+              int code = 0;
+              T v1, v2;
+              Op::template fix2<T, S>(xs[j], v1, v2, code);
+              o1.put(i + j, v1);
+              o2.put(i + j, v2);
+              if (code) rep(code, i + j);
+            }
+          }
+        }
       }
     } else {
       for (int i = 0; i < n; ++i) {

@@ -1,5 +1,586 @@
+// Sine, cosine, their pair and tangent: SIMD kernels in the driver's protocol.
+//
+// Method (all types and slots):
+//   1. k = nearest integer to |x| * 2/pi, found by adding the shifter
+//      1.5 * 2^52 so that k also sits in the low bits of the sum's pattern.
+//   2. r = |x| - k * pi/2 by Cody-Waite with pi/2 cut into four pieces: the
+//      first three short enough that k times each is exact on the fast path,
+//      the fourth a full double.  |x| - k * c1 is then exact, and each further
+//      subtraction is either exact (Sterbenz: the pieces cancel) or loses at
+//      most half an ulp of a value already close to r.  The double HA
+//      kernels (and the double LA tangent) keep the rounding errors (TwoSum)
+//      and carry r as a pair r + rr; they also square r exactly (Dekker) and
+//      recover the rounding of 1 - z/2, the largest error of cos otherwise.
+//   3. sin r = r + r z P(z) and cos r = 1 - z/2 + z^2 Q(z), z = r^2, with
+//      P and Q minimax on |r| <= 0.786 (a little beyond pi/4 since k may be
+//      rounded from a product).  Degrees by slot, relative error of the
+//      polynomial alone:
+//         double HA, LA  P 6 terms 2^-57, Q 6 terms 2^-62
+//         double EP      P 3 terms 2^-27, Q 3 terms 2^-32
+//         float HA, LA   P 3 terms 2^-27, Q 3 terms 2^-32
+//         float EP       P 2 terms 2^-18, Q 1 term  2^-14
+//      The float HA kernels (and the float tangent) run the whole
+//      computation in double on two halves of the register and round once
+//      at the end; float LA and EP reduce in double and evaluate the
+//      polynomials on four float lanes.
+//   4. The quadrant k & 3 picks sin or cos and the sign by bit tricks on k's
+//      low bits; sin and tan are computed for |x| and given x's sign, so
+//      sin(-0) = -0 without special care.  Tan is sin/cos on even k and
+//      -cos/sin on odd k; the double HA tangent divides the unrounded pairs
+//      and corrects the quotient with an exact residual.
+//   5. Sin LA/EP and Cos LA reduce by pi instead and evaluate one odd
+//      polynomial per lane (see "reduction by pi" below).
+//
+// Lanes off the fast path (|x| >= 2^21 for double, 2^28 for float,
+// infinities, NaNs, and subnormals of the odd functions, which underflow) are
+// recomputed by the per-element routines, which reduce exactly and give the
+// special values and error codes.
 #pragma once
 
-#include "vm/kernels/core/driver.h"
+#include <smmintrin.h>
 
-namespace qor::vm::vec {}  // namespace qor::vm::vec
+#include <cstdint>
+#include <type_traits>
+
+#include "vm/kernels/core/driver.h"
+#include "vm/kernels/elem/elem.h"
+
+namespace qor::vm::vec {
+
+namespace trig_detail {
+
+using simd::V;
+using D = __m128d;
+template <class T>
+using Rg = typename V<T>::reg;
+
+// pi/2 in pieces.  Double: 32-bit pieces, so k * c_i is exact for k < 2^21;
+// the fast path |x| < 2^21 keeps k <= 2^21 * 2/pi.  Float: 24-bit pieces,
+// exact for k < 2^29, fast path |x| < 2^28.  Both splits carry well over 120
+// bits of pi/2, enough for the nearest approaches of the arguments in range
+// to a multiple of pi/2.
+struct Split32 {
+  static constexpr double c1 = 0x1.921fb544p+0;
+  static constexpr double c2 = 0x1.0b4611a6p-34;
+  static constexpr double c3 = 0x1.3198a2ep-69;
+  static constexpr double c4 = 0x1.b839a252049c1p-104;
+};
+struct Split24 {
+  static constexpr double c1 = 0x1.921fb6p+0;
+  static constexpr double c2 = -0x1.777a5cp-25;
+  static constexpr double c3 = -0x1.ee59dap-50;
+  static constexpr double c4 = 0x1.98a2e03707345p-77;
+};
+
+// Minimax coefficients (see the table at the top), P(z) then Q(z).
+constexpr double kSin2[] = {-0x1.5541bc472963cp-3, 0x1.0b1a05787d0c8p-7};
+constexpr double kSin3[] = {-0x1.55554529e5080p-3, 0x1.1106b27b775c2p-7, -0x1.99045a829c7cdp-13};
+constexpr double kSin6[] = {-0x1.555555555554cp-3, 0x1.111111110fb25p-7, -0x1.a01a019c2a957p-13,
+                            0x1.71de3569b05f0p-19, -0x1.ae5e479d56b53p-26, 0x1.5d860a73f86f4p-33};
+constexpr double kCos1[] = {0x1.4e619694ef5b5p-5};
+constexpr double kCos3[] = {0x1.55554eda6f2fcp-5, -0x1.6c0e7213aa4c2p-10, 0x1.9a6d2bedcc03ep-16};
+constexpr double kCos6[] = {0x1.5555555555553p-5, -0x1.6c16c16c1611ep-10, 0x1.a01a019e21dbfp-16,
+                            -0x1.27e4f90128d36p-22, 0x1.1eea86fed8f8ep-29, -0x1.8ff872e8e4fc7p-37};
+
+// What a (type, slot) pair computes with.
+template <class T, int S>
+struct Cfg {
+  static constexpr bool is_float = std::is_same_v<T, float>;
+  // pairs r + rr and compensated sums: the double high-accuracy kernels
+  static constexpr bool acc = !is_float && S == 1;
+  // exact z and the compensated 1 - z/2 in cos; the corrected quotient in
+  // the tangent: the double high-accuracy kernels
+  static constexpr bool exact_sq = acc;
+  static constexpr bool hq = acc;
+  using Split = std::conditional_t<is_float, Split24, Split32>;
+  static constexpr int ns = is_float ? (S == 2 ? 2 : 3) : (S == 2 ? 3 : 6);
+  static constexpr int nc = is_float ? (S == 2 ? 1 : 3) : (S == 2 ? 3 : 6);
+  static constexpr const double *sin_c() {
+    return ns == 2 ? kSin2 : ns == 3 ? kSin3 : kSin6;
+  }
+  static constexpr const double *cos_c() {
+    return nc == 1 ? kCos1 : nc == 3 ? kCos3 : kCos6;
+  }
+};
+
+// The double LA tangent reduces with the pairs and the exact square as
+// well, dividing the rounded sine and cosine: the tangent's condition number
+// 2r / sin 2r reaches pi/2 at r = pi/4, and its result ulp may be half the
+// relative size of the operands': with the plain chain the measured maximum
+// was 2.9 ulp and the sum of its steps' error bounds exceeds 4.
+template <class Base>
+struct PairReduction : Base {
+  static constexpr bool acc = true;
+  static constexpr bool exact_sq = true;
+  static constexpr bool hq = false;
+};
+
+inline D set(double v) { return _mm_set1_pd(v); }
+inline D add(D a, D b) { return _mm_add_pd(a, b); }
+inline D sub(D a, D b) { return _mm_sub_pd(a, b); }
+inline D mul(D a, D b) { return _mm_mul_pd(a, b); }
+
+template <int N>
+inline D horner(D z, const double *c) {
+  D p = set(c[N - 1]);
+  for (int i = N - 2; i >= 0; --i) p = add(mul(p, z), set(c[i]));
+  return p;
+}
+
+// Exact product a * b = p + e without a fused multiply-add (Dekker).
+inline void split(D a, D &hi, D &lo) {
+  D t = mul(a, set(0x1p27 + 1));
+  hi = sub(t, sub(t, a));
+  lo = sub(a, hi);
+}
+inline void two_prod(D a, D b, D &p, D &e) {
+  D ah, al, bh, bl;
+  split(a, ah, al);
+  split(b, bh, bl);
+  p = mul(a, b);
+  e = add(add(add(sub(mul(ah, bh), p), mul(ah, bl)), mul(al, bh)), mul(al, bl));
+}
+
+// Reduced argument of |x| (ax >= 0): r (+ rr when Acc) and k's bits.
+template <class C>
+struct Reduced {
+  D r, rr, z, zl;  // zl: rounding error of z = r * r (Acc only)
+  __m128i k;
+};
+
+template <class C>
+inline Reduced<C> reduce(D ax) {
+  using Sp = typename C::Split;
+  const D shifter = set(0x1.8p52);
+  Reduced<C> o;
+  D kd = add(mul(ax, set(0x1.45f306dc9c883p-1)), shifter);
+  o.k = _mm_castpd_si128(kd);
+  D kf = sub(kd, shifter);
+  D a = sub(ax, mul(kf, set(Sp::c1)));
+  D t2 = mul(kf, set(Sp::c2)), t3 = mul(kf, set(Sp::c3)), t4 = mul(kf, set(Sp::c4));
+  if constexpr (!C::acc) {
+    o.r = sub(sub(sub(a, t2), t3), t4);
+    o.rr = _mm_setzero_pd();
+  } else {
+    // TwoSum(a, -t2), TwoSum(b, -t3): every rounding error is kept.
+    D b = sub(a, t2);
+    D bv = sub(b, a);
+    D e1 = sub(sub(a, sub(b, bv)), add(t2, bv));
+    D c = sub(b, t3);
+    D cv = sub(c, b);
+    D e2 = sub(sub(b, sub(c, cv)), add(t3, cv));
+    D lo = sub(add(e1, e2), t4);
+    o.r = add(c, lo);
+    o.rr = add(sub(c, o.r), lo);
+  }
+  o.z = mul(o.r, o.r);
+  if constexpr (C::exact_sq) {
+    // exact square (Dekker): 1 - z/2 in cos must not carry z's rounding
+    D rh, rl;
+    split(o.r, rh, rl);
+    o.zl = add(add(sub(mul(rh, rh), o.z), mul(add(rh, rh), rl)), mul(rl, rl));
+  }
+  return o;
+}
+
+// sin r as hi + lo (hi = r; lo the unrounded rest).
+template <class C>
+inline D sin_lo(const Reduced<C> &q) {
+  D lo = mul(mul(q.r, q.z), horner<C::ns>(q.z, C::sin_c()));
+  if constexpr (C::acc) lo = add(lo, mul(q.rr, sub(set(1.0), mul(set(0.5), q.z))));
+  return lo;
+}
+// cos r as hi + lo with hi = 1 - z/2.
+template <class C>
+inline D cos_lo(const Reduced<C> &q, D &hi) {
+  D hz = mul(set(0.5), q.z);
+  hi = sub(set(1.0), hz);
+  D lo = mul(mul(q.z, q.z), horner<C::nc>(q.z, C::cos_c()));
+  if constexpr (C::exact_sq) {
+    // 1 - hi is exact (Sterbenz): recovers the rounding of 1 - z/2
+    lo = add(sub(sub(sub(set(1.0), hi), hz), mul(set(0.5), q.zl)), sub(lo, mul(q.r, q.rr)));
+  } else if constexpr (C::acc) {
+    lo = sub(lo, mul(q.r, q.rr));
+  }
+  return lo;
+}
+
+// Lane masks from k: odd k (bit 63 set, for blendv) and the sign flip of
+// quadrants 2 and 3 (sign bit), with k shifted by `add` quadrants.
+inline D odd_mask(__m128i k) {
+  return _mm_castsi128_pd(_mm_slli_epi64(k, 63));
+}
+template <int Add>
+inline D quad_sign(__m128i k) {
+  __m128i kk = Add ? _mm_add_epi64(k, _mm_set1_epi64x(Add)) : k;
+  return _mm_castsi128_pd(_mm_slli_epi64(_mm_srli_epi64(kk, 1), 63));
+}
+inline D sign_of(D x) { return _mm_and_pd(x, _mm_castsi128_pd(_mm_set1_epi64x(INT64_MIN))); }
+inline D abs_of(D x) { return _mm_andnot_pd(_mm_castsi128_pd(_mm_set1_epi64x(INT64_MIN)), x); }
+
+// The three double-register computations behind the operations.
+template <class C>
+inline D sin_d(D x) {
+  auto q = reduce<C>(abs_of(x));
+  D chi;
+  D s = add(q.r, sin_lo(q));
+  D cl = cos_lo(q, chi);
+  D c = add(chi, cl);
+  D v = _mm_blendv_pd(s, c, odd_mask(q.k));
+  return _mm_xor_pd(v, _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
+}
+template <class C>
+inline D cos_d(D x) {
+  auto q = reduce<C>(abs_of(x));
+  D chi;
+  D s = add(q.r, sin_lo(q));
+  D cl = cos_lo(q, chi);
+  D c = add(chi, cl);
+  D v = _mm_blendv_pd(c, s, odd_mask(q.k));
+  return _mm_xor_pd(v, quad_sign<1>(q.k));
+}
+template <class C>
+inline void sincos_d(D x, D &ys, D &yc) {
+  auto q = reduce<C>(abs_of(x));
+  D chi;
+  D s = add(q.r, sin_lo(q));
+  D cl = cos_lo(q, chi);
+  D c = add(chi, cl);
+  D odd = odd_mask(q.k);
+  ys = _mm_xor_pd(_mm_blendv_pd(s, c, odd), _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
+  yc = _mm_xor_pd(_mm_blendv_pd(c, s, odd), quad_sign<1>(q.k));
+}
+
+template <class C>
+inline D tan_d(D x) {
+  auto q = reduce<C>(abs_of(x));
+  D chi;
+  D sl = sin_lo(q);
+  D cl = cos_lo(q, chi);
+  D odd = odd_mask(q.k);
+  D v;
+  if constexpr (!C::hq) {
+    D s = add(q.r, sl), c = add(chi, cl);
+    D n = _mm_blendv_pd(s, _mm_xor_pd(c, set(-0.0)), odd);
+    D d = _mm_blendv_pd(c, s, odd);
+    v = _mm_div_pd(n, d);
+  } else {
+    // tan = N / D with N, D the unrounded pairs of sin and cos (or -cos and
+    // sin): normalise both pairs, divide the high parts, and correct by the
+    // residual N - q0 D, computed exactly up to the low parts' products.
+    const D neg = set(-0.0);
+    D nh = _mm_blendv_pd(q.r, _mm_xor_pd(chi, neg), odd);
+    D nl = _mm_blendv_pd(sl, _mm_xor_pd(cl, neg), odd);
+    D dh = _mm_blendv_pd(chi, q.r, odd);
+    D dl = _mm_blendv_pd(cl, sl, odd);
+    D t = add(nh, nl);
+    nl = sub(nl, sub(t, nh));
+    nh = t;
+    t = add(dh, dl);
+    dl = sub(dl, sub(t, dh));
+    dh = t;
+    D inv = _mm_div_pd(set(1.0), dh);
+    D q0 = mul(nh, inv);
+    D p, e;
+    two_prod(q0, dh, p, e);
+    D rem = add(sub(sub(nh, p), e), sub(nl, mul(q0, dl)));
+    v = add(q0, mul(rem, inv));
+  }
+  return _mm_xor_pd(v, sign_of(x));
+}
+
+// Float registers run as two double halves.
+template <class F>
+inline __m128 on_halves(__m128 x, F f) {
+  D lo = f(_mm_cvtps_pd(x));
+  D hi = f(_mm_cvtps_pd(_mm_movehl_ps(x, x)));
+  return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
+}
+
+// ---- float LA and EP: reduction in double, polynomials in float ---------------
+// The reduction needs more than float precision near multiples of pi/2 (the
+// nearest approach of a float below 2^28 is 2^-27.8), so it runs in double on
+// the two halves; r then goes to float, where its rounding (half an ulp) is
+// within these slots' bounds, and the polynomials run on four lanes at once.
+// LA keeps three pieces of pi/2, EP two (c1 and the rest rounded).
+using F = __m128;
+inline F fset(float v) { return _mm_set1_ps(v); }
+
+template <int S>
+inline D reduce_half(D ax, D &kd) {
+  const D shifter = set(0x1.8p52);
+  kd = add(mul(ax, set(0x1.45f306dc9c883p-1)), shifter);
+  D kf = sub(kd, shifter);
+  D a = sub(ax, mul(kf, set(Split24::c1)));
+  if constexpr (S == 2) return sub(a, mul(kf, set(-0x1.777a5cf72cecep-25)));
+  return sub(sub(a, mul(kf, set(Split24::c2))), mul(kf, set(-0x1.ee59d9cceba40p-50)));
+}
+
+struct ReducedF {
+  F r, z;
+  __m128i k;  // 32-bit lanes
+};
+
+template <int S>
+inline ReducedF reduce_f(F ax) {
+  D k0, k1;
+  D r0 = reduce_half<S>(_mm_cvtps_pd(ax), k0);
+  D r1 = reduce_half<S>(_mm_cvtps_pd(_mm_movehl_ps(ax, ax)), k1);
+  ReducedF o;
+  o.r = _mm_movelh_ps(_mm_cvtpd_ps(r0), _mm_cvtpd_ps(r1));
+  o.z = _mm_mul_ps(o.r, o.r);
+  // the low 32 bits of each k
+  o.k = _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(k0), _mm_castpd_ps(k1), _MM_SHUFFLE(2, 0, 2, 0)));
+  return o;
+}
+
+template <int N>
+inline F fhorner(F z, const double *c) {
+  F p = fset(float(c[N - 1]));
+  for (int i = N - 2; i >= 0; --i) p = _mm_add_ps(_mm_mul_ps(p, z), fset(float(c[i])));
+  return p;
+}
+
+template <int S>
+inline void sincos_f(const ReducedF &q, F &s, F &c) {
+  using C = Cfg<float, S>;
+  s = _mm_add_ps(q.r, _mm_mul_ps(_mm_mul_ps(q.r, q.z), fhorner<C::ns>(q.z, C::sin_c())));
+  F hz = _mm_mul_ps(fset(0.5f), q.z);
+  c = _mm_add_ps(_mm_sub_ps(fset(1.0f), hz),
+                 _mm_mul_ps(_mm_mul_ps(q.z, q.z), fhorner<C::nc>(q.z, C::cos_c())));
+}
+inline F fodd(__m128i k) { return _mm_castsi128_ps(_mm_slli_epi32(k, 31)); }
+template <int Add>
+inline F fquad_sign(__m128i k) {
+  __m128i kk = Add ? _mm_add_epi32(k, _mm_set1_epi32(Add)) : k;
+  return _mm_castsi128_ps(_mm_slli_epi32(_mm_srli_epi32(kk, 1), 31));
+}
+inline F fsign(F x) { return _mm_and_ps(x, _mm_castsi128_ps(_mm_set1_epi32(INT32_MIN))); }
+inline F fabs_(F x) { return _mm_andnot_ps(_mm_castsi128_ps(_mm_set1_epi32(INT32_MIN)), x); }
+
+template <int S>
+inline F cos_f(F x) {
+  auto q = reduce_f<S>(fabs_(x));
+  F s, c;
+  sincos_f<S>(q, s, c);
+  return _mm_xor_ps(_mm_blendv_ps(c, s, fodd(q.k)), fquad_sign<1>(q.k));
+}
+template <int S>
+inline void sincos2_f(F x, F &ys, F &yc) {
+  auto q = reduce_f<S>(fabs_(x));
+  F s, c;
+  sincos_f<S>(q, s, c);
+  F odd = fodd(q.k);
+  ys = _mm_xor_ps(_mm_blendv_ps(s, c, odd), _mm_xor_ps(fquad_sign<0>(q.k), fsign(x)));
+  yc = _mm_xor_ps(_mm_blendv_ps(c, s, odd), fquad_sign<1>(q.k));
+}
+
+// ---- Sin and Cos, LA and EP: reduction by pi, one polynomial ------------------
+// sin x = (-1)^k sin r with r = |x| - k pi, and cos x = (-1)^(j+1) sin r with
+// r = |x| - (2j + 1) pi/2, |r| <= pi/2: one odd polynomial per lane instead
+// of both and a blend.  The longer interval costs accuracy in the final sum
+// (the polynomial part reaches 0.57 of the result next to pi/2), which the
+// LA and EP bounds absorb; HA, the EP cosine and the pair/tangent kernels
+// keep the quarter-turn reduction.  The same pieces of pi/2 serve, multiplied by
+// m = 2k or 2j + 1, which stays below 2^21 (double) or 2^28 (float).
+// sin r = r + r z P(z) minimax on |r| <= pi/2 + 2^-11, relative error:
+//   8 terms 2^-60.7 (double LA), 5 terms 2^-34.5 (double EP),
+//   4 terms 2^-26.5 (float LA), 3 terms 2^-19 (float EP).
+constexpr double kSinH3[] = {-0x1.55516f6a69a24p-3, 0x1.10708097d30f4p-7, -0x1.8472a704b0786p-13};
+constexpr double kSinH4[] = {-0x1.55554dd3d1833p-3, 0x1.110ef93a9ee80p-7, -0x1.9f71ad9b52d04p-13,
+                             0x1.5da5a19ce24f9p-19};
+constexpr double kSinH5[] = {-0x1.5555554bc9f7fp-3, 0x1.11110cf4d87dcp-7, -0x1.a017f74878e43p-13,
+                             0x1.71720bcc6cd1dp-19, -0x1.9a67f3381ba00p-26};
+constexpr double kSinH8[] = {-0x1.5555555555555p-3, 0x1.11111111110dbp-7, -0x1.a01a01a015a65p-13,
+                             0x1.71de3a52e1c9ap-19, -0x1.ae6454e9449f0p-26, 0x1.6123d06614c54p-33,
+                             -0x1.ae43fea270b6bp-41, 0x1.883696831b900p-49};
+
+// r for m = 2k (Cos false) or 2j + 1 (Cos true); kd holds k or j in its low
+// bits.  Pieces: 4 for double, 3 for float LA, 2 for float EP.
+template <bool Cos, bool Float, int S>
+inline D reduce_half_turn(D ax, D &kd) {
+  const D shifter = set(0x1.8p52);
+  D t = mul(ax, set(0x1.45f306dc9c883p-2));  // 1/pi
+  if constexpr (Cos) t = sub(t, set(0.5));
+  kd = add(t, shifter);
+  D jf = sub(kd, shifter);
+  D m = add(jf, jf);
+  if constexpr (Cos) m = add(m, set(1.0));
+  if constexpr (!Float) {
+    return sub(sub(sub(sub(ax, mul(m, set(Split32::c1))), mul(m, set(Split32::c2))),
+                   mul(m, set(Split32::c3))),
+               mul(m, set(Split32::c4)));
+  } else {
+    D a = sub(ax, mul(m, set(Split24::c1)));
+    if constexpr (S == 2) return sub(a, mul(m, set(-0x1.777a5cf72cecep-25)));
+    return sub(sub(a, mul(m, set(Split24::c2))), mul(m, set(-0x1.ee59d9cceba40p-50)));
+  }
+}
+
+template <bool Cos, int S>
+inline D sin_cos_half_d(D x) {
+  D kd;
+  D r = reduce_half_turn<Cos, false, S>(abs_of(x), kd);
+  D z = mul(r, r);
+  D v;
+  if constexpr (S == 2)
+    v = add(r, mul(mul(r, z), horner<5>(z, kSinH5)));
+  else
+    v = add(r, mul(mul(r, z), horner<8>(z, kSinH8)));
+  __m128i k = _mm_castpd_si128(kd);
+  if constexpr (Cos) {
+    k = _mm_add_epi64(k, _mm_set1_epi64x(1));
+    return _mm_xor_pd(v, _mm_castsi128_pd(_mm_slli_epi64(k, 63)));
+  } else {
+    return _mm_xor_pd(v, _mm_xor_pd(_mm_castsi128_pd(_mm_slli_epi64(k, 63)), sign_of(x)));
+  }
+}
+
+template <bool Cos, int S>
+inline F sin_cos_half_f(F x) {
+  F ax = fabs_(x);
+  D k0, k1;
+  D r0 = reduce_half_turn<Cos, true, S>(_mm_cvtps_pd(ax), k0);
+  D r1 = reduce_half_turn<Cos, true, S>(_mm_cvtps_pd(_mm_movehl_ps(ax, ax)), k1);
+  F r = _mm_movelh_ps(_mm_cvtpd_ps(r0), _mm_cvtpd_ps(r1));
+  __m128i k = _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(k0), _mm_castpd_ps(k1), _MM_SHUFFLE(2, 0, 2, 0)));
+  F z = _mm_mul_ps(r, r);
+  F p = S == 2 ? fhorner<3>(z, kSinH3) : fhorner<4>(z, kSinH4);
+  F v = _mm_add_ps(r, _mm_mul_ps(_mm_mul_ps(r, z), p));
+  if constexpr (Cos) {
+    k = _mm_add_epi32(k, _mm_set1_epi32(1));
+    return _mm_xor_ps(v, _mm_castsi128_ps(_mm_slli_epi32(k, 31)));
+  } else {
+    return _mm_xor_ps(v, _mm_xor_ps(_mm_castsi128_ps(_mm_slli_epi32(k, 31)), fsign(x)));
+  }
+}
+
+// Lanes for the per-element routine: |x| at or beyond the fast-path bound
+// (infinities and NaNs included), and with `sub` the nonzero subnormals.
+// Tested on the bit patterns so that denormals-are-zero cannot hide them.
+template <class T>
+inline int off_path(typename V<T>::reg x, bool sub) {
+  using W = V<T>;
+  auto ab = W::as_int(W::and_(x, W::absmask()));
+  if constexpr (std::is_same_v<T, float>) {
+    __m128i m = _mm_cmpgt_epi32(ab, _mm_set1_epi32(0x4D7FFFFF));  // >= 2^28
+    if (sub)
+      m = _mm_or_si128(m, _mm_and_si128(_mm_cmpgt_epi32(ab, _mm_setzero_si128()),
+                                        _mm_cmpgt_epi32(_mm_set1_epi32(0x00800000), ab)));
+    return _mm_movemask_ps(_mm_castsi128_ps(m));
+  } else {
+    __m128i m = _mm_cmpgt_epi64(ab, _mm_set1_epi64x(0x413FFFFFFFFFFFFFll));  // >= 2^21
+    if (sub)
+      m = _mm_or_si128(m, _mm_and_si128(_mm_cmpgt_epi64(ab, _mm_setzero_si128()),
+                                        _mm_cmpgt_epi64(_mm_set1_epi64x(0x0010000000000000ll), ab)));
+    return _mm_movemask_pd(_mm_castsi128_pd(m));
+  }
+}
+
+}  // namespace trig_detail
+
+// ---- operations ---------------------------------------------------------------
+
+struct Sin {
+  template <class T, int S>
+  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+    using C = trig_detail::Cfg<T, S>;
+    if constexpr (S != 1 && C::is_float)
+      return trig_detail::sin_cos_half_f<false, S>(x);
+    else if constexpr (S != 1)
+      return trig_detail::sin_cos_half_d<false, S>(x);
+    else if constexpr (C::is_float)
+      return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::sin_d<C>(h); });
+    else
+      return trig_detail::sin_d<C>(x);
+  }
+  template <class T, int S>
+  static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
+    return trig_detail::off_path<T>(x, true);
+  }
+  template <class T, int S>
+  static T fix(T x, int &code) {
+    return elem::Sin::eval<T, S>(x, code);
+  }
+};
+
+struct Cos {
+  template <class T, int S>
+  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+    using C = trig_detail::Cfg<T, S>;
+    // EP keeps the quarter turn: there cos 0 = 1 exactly, which the half
+    // turn's short polynomial would miss (sin r at r = -pi/2)
+    if constexpr (S == 0 && C::is_float)
+      return trig_detail::sin_cos_half_f<true, S>(x);
+    else if constexpr (S == 0)
+      return trig_detail::sin_cos_half_d<true, S>(x);
+    else if constexpr (S == 2 && C::is_float)
+      return trig_detail::cos_f<S>(x);
+    else if constexpr (C::is_float)
+      return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::cos_d<C>(h); });
+    else
+      return trig_detail::cos_d<C>(x);
+  }
+  // cos of a subnormal is 1 on the fast path, nothing to report
+  template <class T, int S>
+  static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
+    return trig_detail::off_path<T>(x, false);
+  }
+  template <class T, int S>
+  static T fix(T x, int &code) {
+    return elem::Cos::eval<T, S>(x, code);
+  }
+};
+
+struct Tan {
+  template <class T, int S>
+  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+    using C = trig_detail::Cfg<T, S>;
+    if constexpr (C::is_float)
+      return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::tan_d<C>(h); });
+    else if constexpr (S == 0)
+      return trig_detail::tan_d<trig_detail::PairReduction<C>>(x);
+    else
+      return trig_detail::tan_d<C>(x);
+  }
+  template <class T, int S>
+  static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
+    return trig_detail::off_path<T>(x, true);
+  }
+  template <class T, int S>
+  static T fix(T x, int &code) {
+    return elem::Tan::eval<T, S>(x, code);
+  }
+};
+
+// Two results per argument (shape R2): sin into the first vector, cos into
+// the second; one reduction serves both.
+struct SinCos {
+  template <class T, int S>
+  static void vec2(trig_detail::Rg<T> x, trig_detail::Rg<T> &ys, trig_detail::Rg<T> &yc) {
+    using C = trig_detail::Cfg<T, S>;
+    if constexpr (C::is_float && S != 1) {
+      trig_detail::sincos2_f<S>(x, ys, yc);
+    } else if constexpr (C::is_float) {
+      __m128d s0, c0, s1, c1;
+      trig_detail::sincos_d<C>(_mm_cvtps_pd(x), s0, c0);
+      trig_detail::sincos_d<C>(_mm_cvtps_pd(_mm_movehl_ps(x, x)), s1, c1);
+      ys = _mm_movelh_ps(_mm_cvtpd_ps(s0), _mm_cvtpd_ps(s1));
+      yc = _mm_movelh_ps(_mm_cvtpd_ps(c0), _mm_cvtpd_ps(c1));
+    } else {
+      trig_detail::sincos_d<C>(x, ys, yc);
+    }
+  }
+  template <class T, int S>
+  static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
+    return trig_detail::off_path<T>(x, true);
+  }
+  template <class T, int S>
+  static void fix2(T x, T &ys, T &yc, int &code) {
+    elem::SinCos::eval<T, S>(x, ys, yc, code);
+  }
+};
+
+}  // namespace qor::vm::vec
