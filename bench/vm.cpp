@@ -394,6 +394,8 @@ std::vector<Peer> peers() {
   D("sleef_u35", "dTan", vd1(Sleef_tand2_u35sse4));
   F("sleef_u10", "sPowx", vf2(Sleef_powf4_u10sse4));
   D("sleef_u10", "dPowx", vd2(Sleef_powd2_u10sse4));
+  F("sleef_u10", "sPow", vf2(Sleef_powf4_u10sse4));
+  D("sleef_u10", "dPow", vd2(Sleef_powd2_u10sse4));
   F("libmvec", "sExp", vf1(_ZGVbN4v_expf));
   D("libmvec", "dExp", vd1(_ZGVbN2v_exp));
   F("libmvec", "sExp2", vf1(_ZGVbN4v_exp2f));
@@ -418,6 +420,8 @@ std::vector<Peer> peers() {
   D("libmvec", "dTan", vd1(_ZGVbN2v_tan));
   F("libmvec", "sPowx", vf2(_ZGVbN4vv_powf));
   D("libmvec", "dPowx", vd2(_ZGVbN2vv_pow));
+  F("libmvec", "sPow", vf2(_ZGVbN4vv_powf));
+  D("libmvec", "dPow", vd2(_ZGVbN2vv_pow));
   F("autovec", "sSqrt", av_sqrtf);
   F("autovec", "sFloor", av_floorf);
   F("autovec", "sCeil", av_ceilf);

@@ -1,0 +1,246 @@
+// ErfInv kernels (s, d; every slot; contiguous and strided) against MPFR:
+// special values with their bits and codes, accuracy over each region of
+// the piecewise approximation (including the piece boundaries and the
+// approach to +-1, which uniform sampling hardly reaches), and mixed vectors
+// whose special lanes alone are reported, with their own indices.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "reference.h"
+#include "vm/vm_test_util.h"
+
+using namespace qor::vm::test;
+
+extern "C" const QorPexKernelTable qor_pex_kernel_sErfInv_ttab;
+extern "C" const QorPexKernelTable qor_pex_kernel_sErfInvI_ttab;
+extern "C" const QorPexKernelTable qor_pex_kernel_dErfInv_ttab;
+extern "C" const QorPexKernelTable qor_pex_kernel_dErfInvI_ttab;
+
+namespace {
+
+template <class T>
+const QorPexKernelTable &contig_tab() {
+  return sizeof(T) == 4 ? qor_pex_kernel_sErfInv_ttab : qor_pex_kernel_dErfInv_ttab;
+}
+template <class T>
+const QorPexKernelTable &strided_tab() {
+  return sizeof(T) == 4 ? qor_pex_kernel_sErfInvI_ttab : qor_pex_kernel_dErfInvI_ttab;
+}
+template <class T>
+void run(int slot, int n, const T *a, T *r) {
+  reinterpret_cast<void (*)(int32_t, const T *, T *)>(contig_tab<T>().kernel[slot])(n, a, r);
+}
+template <class T>
+void run_strided(int slot, int n, const T *a, int inca, T *r, int incr) {
+  reinterpret_cast<void (*)(int32_t, const T *, int32_t, T *, int32_t)>(
+      strided_tab<T>().kernel[slot])(n, a, inca, r, incr);
+}
+
+double bound(int slot, bool is_float) {
+  if (slot == 1) return 1;
+  if (slot == 0) return 4;
+  return is_float ? 8192 : 134217728;  // 11 / 26 correct bits
+}
+
+// erfinv(x) from MPFR at 256 bits (the reference function of the accuracy
+// tool), rounded to double.  Its error at that precision is far below the
+// rounding to T that the ulp distance then sees.
+double exact(double x) {
+  static bool init = (qor::accuracy::init_reference(), true);
+  (void)init;
+  static const auto ref = qor::accuracy::find_reference("ErfInv", false);
+  mpfr_t in, out, dummy;
+  mpfr_inits2(256, in, out, dummy, (mpfr_ptr)0);
+  mpfr_set_d(in, x, MPFR_RNDN);
+  mpfr_srcptr args[4] = {in, in, in, in};
+  ref(out, dummy, args, 0);
+  double v = mpfr_get_d(out, MPFR_RNDN);
+  mpfr_clears(in, out, dummy, (mpfr_ptr)0);
+  return v;
+}
+
+// Max ulp error of slot over the inputs, run as one vector (so every input
+// goes through the vector path with its neighbours) and again strided.
+template <class T>
+double max_err(int slot, const std::vector<T> &xs, T *worst_x) {
+  std::vector<T> r(xs.size()), rs(2 * xs.size(), T(-7));
+  Recorder rec(PEX_ERRMODE_IGNORE);
+  run<T>(slot, int(xs.size()), xs.data(), r.data());
+  run_strided<T>(slot, int(xs.size()), xs.data(), 1, rs.data(), 2);
+  double worst = 0;
+  for (size_t i = 0; i < xs.size(); ++i) {
+    EXPECT_EQ(bits(r[i]), bits(rs[2 * i])) << "strided differs at x = " << xs[i];
+    EXPECT_EQ(rs[2 * i + 1], T(-7)) << "gap element written";
+    double e = ulps<T>(r[i], exact(double(xs[i])));
+    if (e > worst) worst = e, *worst_x = xs[i];
+  }
+  return worst;
+}
+
+template <class T>
+std::vector<T> region_inputs() {
+  std::mt19937_64 g(42);
+  std::uniform_real_distribution<double> u(0, 1);
+  std::vector<T> v;
+  auto add = [&](double x) {
+    T t = T(x);
+    if (std::fabs(t) < 1) v.push_back(t), v.push_back(-t);
+  };
+  // the central region and its boundary at 1/2
+  for (int i = 0; i < 2000; ++i) add(0.5 * u(g));
+  for (T x : {T(0.5), std::nextafter(T(0.5), T(0)), std::nextafter(T(0.5), T(1))}) add(x);
+  // the tail pieces: w = -ln(1 - x^2) at 2^e and 1.5 2^e, with neighbours
+  for (int e = -2; e <= 5; ++e)
+    for (double m : {1.0, 1.5}) {
+      double w = std::ldexp(m, e);
+      T x = T(std::sqrt(-std::expm1(-w)));
+      if (!(x < 1)) continue;
+      for (int k = -3; k <= 3; ++k) {
+        T y = x;
+        for (int j = 0; j < std::abs(k); ++j) y = std::nextafter(y, k < 0 ? T(0) : T(1));
+        add(y);
+      }
+    }
+  // towards +-1: 1 - 2^-k (1 + f), every binade of 1 - x
+  const int kmax = sizeof(T) == 4 ? 24 : 53;
+  for (int k = 1; k <= kmax; ++k)
+    for (int i = 0; i < 200; ++i) add(1 - std::ldexp(1 + u(g), -k - 1));
+  add(std::nextafter(T(1), T(0)));
+  // uniform over (-1, 1) and tiny magnitudes
+  for (int i = 0; i < 4000; ++i) add(2 * u(g) - 1);
+  for (int i = 0; i < 200; ++i) add(std::ldexp(1 + u(g), -int(1 + u(g) * (sizeof(T) == 4 ? 124 : 1019))));
+  return v;
+}
+
+template <class T>
+void accuracy_all_slots() {
+  const auto xs = region_inputs<T>();
+  for (int slot = 0; slot < 3; ++slot) {
+    T wx = 0;
+    double e = max_err<T>(slot, xs, &wx);
+    EXPECT_LE(e, bound(slot, sizeof(T) == 4)) << "slot " << slot << " worst at x = " << wx;
+  }
+}
+
+TEST(VmErfInv, AccuracyOverRegionsFloat) { accuracy_all_slots<float>(); }
+TEST(VmErfInv, AccuracyOverRegionsDouble) { accuracy_all_slots<double>(); }
+
+// ---- special values -----------------------------------------------------------
+
+struct Special {
+  double x;
+  double want;  // NaN: any NaN
+  int code;
+};
+
+template <class T>
+void check_specials() {
+  const double inf = INFINITY, nan = NAN;
+  const T sub = std::numeric_limits<T>::denorm_min() * 5;
+  const T minn = std::numeric_limits<T>::min();
+  const std::vector<Special> cases = {
+      {0.0, 0.0, 0},          {-0.0, -0.0, 0},       {1.0, inf, 2},
+      {-1.0, -inf, 2},        {1.5, nan, 1},         {-1.0000001, nan, 1},
+      {inf, nan, 1},          {-inf, nan, 1},        {nan, nan, 0},
+      {double(sub), exact(double(sub)), 4},          {-double(sub), exact(-double(sub)), 4},
+      {double(minn), exact(double(minn)), 4},  // 0.886 * smallest normal is subnormal
+      {double(2 * minn), exact(double(2 * minn)), 0},
+  };
+  for (int slot = 0; slot < 3; ++slot)
+    for (const auto &c : cases) {
+      SCOPED_TRACE("slot " + std::to_string(slot) + " x " + std::to_string(c.x));
+      Recorder rec;
+      // the special element among ordinary ones, at an index that lands in
+      // the body and one in the tail of the vector loop
+      for (int where : {1, 4}) {
+        Recorder::reports().clear();
+        T a[5] = {T(0.25), T(-0.75), T(0.999), T(0.1), T(-0.3)}, r[5];
+        a[where] = T(c.x);
+        run<T>(slot, 5, a, r);
+        if (std::isnan(c.want)) {
+          EXPECT_TRUE(std::isnan(r[where]));
+        } else if (std::isinf(c.want) || c.want == 0) {
+          EXPECT_EQ(bits(r[where]), bits(T(c.want)));
+        } else {
+          EXPECT_LE(ulps<T>(r[where], c.want), 1.0);
+        }
+        auto &rep = Recorder::reports();
+        if (c.code) {
+          ASSERT_EQ(rep.size(), 1u);
+          EXPECT_EQ(rep[0].code, c.code);
+          EXPECT_EQ(rep[0].index, where);
+          EXPECT_EQ(rep[0].name, sizeof(T) == 4 ? "vsErfInv" : "vdErfInv");
+        } else {
+          EXPECT_TRUE(rep.empty());
+        }
+      }
+    }
+  // a quiet NaN keeps its payload
+  T q = std::numeric_limits<T>::quiet_NaN();
+  auto qb = bits(q) | 0x5;
+  std::memcpy(&q, &qb, sizeof q);
+  T r = 0;
+  run<T>(1, 1, &q, &r);
+  EXPECT_EQ(bits(r), qb);
+}
+
+TEST(VmErfInv, SpecialValuesFloat) { check_specials<float>(); }
+TEST(VmErfInv, SpecialValuesDouble) { check_specials<double>(); }
+
+// ---- mixed vectors --------------------------------------------------------------
+
+// Ordinary lanes of a long vector give the same bits as the same values
+// computed alone; the special lanes are reported with their own indices,
+// contiguous and strided.
+template <class T>
+void check_mixed() {
+  const int n = 23;
+  std::vector<T> a(n);
+  for (int i = 0; i < n; ++i) a[i] = T(-0.95 + 0.085 * i);
+  a[3] = T(1);       // pole
+  a[10] = T(-2);     // domain
+  a[17] = T(NAN);    // quiet, unreported
+  a[22] = T(-1);     // pole, in the tail
+  for (int slot = 0; slot < 3; ++slot) {
+    for (int inc : {1, 3}) {
+      SCOPED_TRACE("slot " + std::to_string(slot) + " inc " + std::to_string(inc));
+      std::vector<T> src(n * inc, T(0.5)), dst(n * inc, T(-9));
+      for (int i = 0; i < n; ++i) src[i * inc] = a[i];
+      Recorder rec;
+      if (inc == 1)
+        run<T>(slot, n, src.data(), dst.data());
+      else
+        run_strided<T>(slot, n, src.data(), inc, dst.data(), inc);
+      auto &rep = Recorder::reports();
+      ASSERT_EQ(rep.size(), 3u);
+      EXPECT_EQ(rep[0].index, 3);
+      EXPECT_EQ(rep[0].code, 2);
+      EXPECT_EQ(rep[1].index, 10);
+      EXPECT_EQ(rep[1].code, 1);
+      EXPECT_EQ(rep[2].index, 22);
+      EXPECT_EQ(rep[2].code, 2);
+      for (int i = 0; i < n; ++i) {
+        T one;
+        {
+          Recorder quiet(PEX_ERRMODE_IGNORE);
+          run<T>(slot, 1, &a[i], &one);
+        }
+        if (std::isnan(one))
+          EXPECT_TRUE(std::isnan(dst[i * inc])) << i;
+        else
+          EXPECT_EQ(bits(dst[i * inc]), bits(one)) << i;
+        for (int j = 1; j < inc; ++j) EXPECT_EQ(dst[i * inc + j], T(-9));
+      }
+    }
+  }
+}
+
+TEST(VmErfInv, MixedVectorReportsOnlySpecialLanesFloat) { check_mixed<float>(); }
+TEST(VmErfInv, MixedVectorReportsOnlySpecialLanesDouble) { check_mixed<double>(); }
+
+}  // namespace
