@@ -1,21 +1,29 @@
 #!/usr/bin/env python3
 """Records measured kernel costs in src/vm/catalogue.inc.
 
-Usage: bench_vm --costs > costs.txt; record_vm_costs.py costs.txt [catalogue]
+Usage: bench_vm --costs > costs.txt
+       record_vm_costs.py [--all] costs.txt [catalogue]
 
 costs.txt holds lines "<table id> <LA> <HA> <EP>" (cycles per element at
-n = 1000, fastest of 41 calls).  Only cells still marked UNMEASURED are
-replaced; fixed costs (the given sample rows and the 1111.0 rows) are kept.
+n = 1000, fastest of 41 calls).  By default only cells still marked
+UNMEASURED are replaced; with --all every measured cell is replaced (after a
+change that speeds up many kernels at once).  Fixed costs are never touched:
+the contiguous tables of the given sample rows and the 1111.0 cells.
 """
 import re
 import sys
 
+FIXED = {"sExp", "dLn", "dPow", "dSinCos", "sErf", "sAdd"}
+
+args = sys.argv[1:]
+replace_all = "--all" in args
+args = [a for a in args if a != "--all"]
 costs = {}
-for line in open(sys.argv[1]):
+for line in open(args[0]):
     f = line.split()
     if len(f) == 4:
         costs[f[0]] = f[1:]
-path = sys.argv[2] if len(sys.argv) > 2 else "src/vm/catalogue.inc"
+path = args[1] if len(args) > 1 else "src/vm/catalogue.inc"
 out = []
 row_re = re.compile(r'^QOR_VM_FN\(([sdcz]), (\w+), (.*), ("v\w+"), (.*)\)$')
 for line in open(path):
@@ -24,10 +32,12 @@ for line in open(path):
         t, f, mid, rep, cells = m.groups()
         cells = [c.strip() for c in cells.split(",")]
         for k, tid in ((0, t + f), (3, t + f + "I")):
-            if tid in costs:
-                for s in range(3):
-                    if cells[k + s] == "UNMEASURED":
-                        cells[k + s] = "%.3ff" % float(costs[tid][s])
+            if tid not in costs or tid in FIXED:
+                continue
+            for s in range(3):
+                cell = cells[k + s]
+                if cell == "UNMEASURED" or (replace_all and cell != "1111.0f"):
+                    cells[k + s] = "%.3ff" % float(costs[tid][s])
         line = "QOR_VM_FN(%s, %s, %s, %s, %s)\n" % (t, f, mid, rep, ", ".join(cells))
     out.append(line)
 open(path, "w").write("".join(out))
