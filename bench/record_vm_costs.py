@@ -14,6 +14,9 @@ import re
 import sys
 
 FIXED = {"sExp", "dLn", "dPow", "dSinCos", "sErf", "sAdd"}
+# Complex rows given whole, contiguous and strided alike.
+for f in ("cMul", "cMulByConj", "cDiv", "zMul", "zMulByConj", "zDiv"):
+    FIXED |= {f, f + "I"}
 
 args = sys.argv[1:]
 replace_all = "--all" in args
