@@ -26,6 +26,8 @@ TEST(QorVmTool, PrintsResultsCodesAndStatus) {
        {"_pexdDiv_50", "-> inf   [code 2 singularity]", "-> 2\n", "status 2"}},
       {"vm Add --strided --accuracy EP 1,2 3,4", 0, {"_pexsAddI_11", "-> 3\n", "-> 7\n", "status 0"}},
       {"vm Exp --type z 0,0", 0, {"_pexzExp_HA", "-> 1 0"}},
+      // Any spelling of the name reaches the catalogue's entry point.
+      {"vm exp --accuracy EP 1 2 3", 0, {"_pexsExp_11", "-> 2.718", "-> 7.389", "-> 20.08", "status 0"}},
       {"vm Yn --type d --order 1 1", 0, {"_pexdYn_HA", "-> -0.78121282130028"}},
       {"vm Sqrt --frobnicate 1", 2, {"unknown option --frobnicate"}},
       {"vm Nope 1", 2, {"no function Nope"}},

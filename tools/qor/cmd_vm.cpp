@@ -245,7 +245,8 @@ int run_vm(const Args &args) {
   }
   const int n = int(vals.size()) / (in ? in : 1);
 
-  std::string sym = std::string("_pex") + type + func + (strided ? "I" : "");
+  // The catalogue spelling: the user may type exp, Exp or EXP.
+  std::string sym = std::string("_pex") + type + fn->name + (strided ? "I" : "");
   const bool single = type == 's' || type == 'c';
   if (acc == "LA") sym += single ? "_21" : "_50";
   if (acc == "EP") sym += single ? "_11" : "_26";
