@@ -217,6 +217,74 @@ Cx<T> *cx(T *p) {
   return reinterpret_cast<Cx<T> *>(p);
 }
 
+// Complex SIMD loop.  An operation with `blk<T, S>(a, b, r)` computes a
+// block of 16 / sizeof(T) elements (4 complex floats, 2 complex doubles)
+// from memory into a local block and returns the elements it flags; those
+// are recomputed by `fix<T, S>(a, b, code)` and reported with their own
+// index.  Tails and strided vectors are gathered into a local block whose
+// unused elements repeat the first one (no extra flags, nothing outside the
+// vectors touched), so an element's result is the same wherever it falls.
+template <class Op, class T, int S>
+constexpr bool has_cblk = requires(const T *p, T *q) { Op::template blk<T, S>(p, p, q); };
+template <class Op, class T, int S>
+constexpr bool has_cblk_r = requires(const T *p, T *q) { Op::template blk_r<T, S>(p, q); };
+
+template <class T>
+constexpr int kCBlock = 16 / int(sizeof(T));
+
+// Pointer to the k elements at i: the vector itself when it is contiguous
+// and the block is whole, else the block gathered into `buf`.
+template <class T, class A>
+[[gnu::always_inline]] inline const T *cblock_in(const A &a, int i, int k, Cx<T> *buf) {
+  if constexpr (std::is_same_v<A, Contig<Cx<T>>>) {
+    if (k == kCBlock<T>) return reinterpret_cast<const T *>(a.p + i);
+  }
+  for (int j = 0; j < kCBlock<T>; ++j) buf[j] = a.at(i + (j < k ? j : 0));
+  return reinterpret_cast<const T *>(buf);
+}
+
+template <class E, class Out>
+[[gnu::always_inline]] inline void cblock_out(const Out &out, int i, int k, const E *r) {
+  if constexpr (std::is_same_v<Out, ContigOut<E>>) {
+    __builtin_memcpy(out.p + i, r, sizeof(E) * unsigned(k));
+  } else {
+    for (int j = 0; j < k; ++j) out.put(i + j, r[j]);
+  }
+}
+
+template <class Op, class T, int S, class Out, class Rep>
+[[gnu::noinline, gnu::cold]] void cfix2(int i, int m, const Out &out, const Rep &rep,
+                                        const Cx<T> *xa, const Cx<T> *xb) {
+  for (int j = 0; m >> j; ++j) {
+    if (!(m >> j & 1)) continue;
+    int code = 0;
+    out.put(i + j, Op::template fix<T, S>(xa[j], xb[j], code));
+    if (code) rep(code, i + j);
+  }
+}
+
+template <class Op, class T, int S, class A, class Bs, class Out, class Rep>
+inline void cloop2(int n, const A &a, const Bs &b, const Out &out, const Rep &rep) {
+  constexpr int E = kCBlock<T>;
+  for (int i = 0; i < n; i += E) {
+    const int k = n - i < E ? n - i : E;
+    alignas(16) Cx<T> ba[E], bb[E], r[E];
+    const T *pa = cblock_in<T>(a, i, k, ba);
+    const T *pb = cblock_in<T>(b, i, k, bb);
+    const int m = Op::template blk<T, S>(pa, pb, reinterpret_cast<T *>(r)) & ((1 << k) - 1);
+    if (m) [[unlikely]] {
+      // The result may overwrite an argument: keep the inputs first.
+      Cx<T> xa[E], xb[E];
+      __builtin_memcpy(static_cast<void *>(xa), pa, sizeof xa);
+      __builtin_memcpy(static_cast<void *>(xb), pb, sizeof xb);
+      cblock_out(out, i, k, r);
+      cfix2<Op, T, S>(i, m, out, rep, xa, xb);
+    } else {
+      cblock_out(out, i, k, r);
+    }
+  }
+}
+
 template <class Op, class T, int S, class Name>
 struct CU {
   template <class A, class Out>
@@ -241,9 +309,12 @@ struct CB {
   static void run(int n, const A &a, const Bs &b, const Out &out, const Reporter<Cx<T>> &rep) {
     [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
-    elem_loop(
-        n, out, rep, [](int &c, Cx<T> x, Cx<T> y) { return Op::template elem<T, S>(x, y, c); },
-        a, b);
+    if constexpr (has_cblk<Op, T, S>)
+      cloop2<Op, T, S>(n, a, b, out, rep);
+    else
+      elem_loop(
+          n, out, rep, [](int &c, Cx<T> x, Cx<T> y) { return Op::template elem<T, S>(x, y, c); },
+          a, b);
   }
   static void contig(int32_t n, const T *a, const T *b, T *r) {
     run(n, Contig<Cx<T>>{cx(a)}, Contig<Cx<T>>{cx(b)}, ContigOut<Cx<T>>{cx(r)},
@@ -291,20 +362,49 @@ struct CR {
                   const Out &out) {
     [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
-    for (int i = 0; i < n; ++i) {
-      int code = 0;
-      T v = Op::template elem_r<T, S>(a.at(i), code);
-      out.put(i, v);
-      if (code) [[unlikely]] {
-        Cx<T> res{v, T(0)};
-        if (contiguous)
-          ErrTraits<Cx<T>>::strided(code, i, abase, 1, abase, 1, reinterpret_cast<T *>(&res), 0,
-                                    reinterpret_cast<T *>(&res), 0, Name::s);
-        else
-          ErrTraits<Cx<T>>::strided(code, i, abase, inca, abase, inca,
-                                    reinterpret_cast<T *>(&res), 0, reinterpret_cast<T *>(&res),
-                                    0, Name::s);
-        out.put(i, res.real());
+    auto report = [&](int i, int code, T v) {
+      Cx<T> res{v, T(0)};
+      if (contiguous)
+        ErrTraits<Cx<T>>::strided(code, i, abase, 1, abase, 1, reinterpret_cast<T *>(&res), 0,
+                                  reinterpret_cast<T *>(&res), 0, Name::s);
+      else
+        ErrTraits<Cx<T>>::strided(code, i, abase, inca, abase, inca, reinterpret_cast<T *>(&res),
+                                  0, reinterpret_cast<T *>(&res), 0, Name::s);
+      out.put(i, res.real());
+    };
+    if constexpr (has_cblk_r<Op, T, S>) {
+      // Vector blocks as in cloop2; flagged elements through fix_r.
+      constexpr int E = kCBlock<T>;
+      for (int i = 0; i < n; i += E) {
+        const int k = n - i < E ? n - i : E;
+        alignas(16) Cx<T> ba[E];
+        alignas(16) T r[E];
+        const T *pa = cblock_in<T>(a, i, k, ba);
+        const int m = Op::template blk_r<T, S>(pa, r) & ((1 << k) - 1);
+        if (m) [[unlikely]] {
+          Cx<T> xa[E];
+          __builtin_memcpy(static_cast<void *>(xa), pa, sizeof xa);
+          cblock_out(out, i, k, r);
+          [&]() __attribute__((noinline, cold)) {
+            for (int j = 0; j < k; ++j) {
+              if (!(m >> j & 1)) continue;
+              int code = 0;
+              const T v = Op::template fix_r<T, S>(xa[j], code);
+              out.put(i + j, v);
+              if (code) report(i + j, code, v);
+            }
+          }();
+        } else {
+          cblock_out(out, i, k, r);
+        }
+      }
+      return;
+    } else {
+      for (int i = 0; i < n; ++i) {
+        int code = 0;
+        T v = Op::template elem_r<T, S>(a.at(i), code);
+        out.put(i, v);
+        if (code) [[unlikely]] report(i, code, v);
       }
     }
   }
