@@ -235,21 +235,41 @@ constexpr int kCBlock = 16 / int(sizeof(T));
 // Pointer to the k elements at i: the vector itself when it is contiguous
 // and the block is whole, else the block gathered into `buf`.
 template <class T, class A>
-[[gnu::always_inline]] inline const T *cblock_in(const A &a, int i, int k, Cx<T> *buf) {
+[[gnu::always_inline]] inline const T *cblock_in(const A &a, int i, int k, T *raw) {
   if constexpr (std::is_same_v<A, Contig<Cx<T>>>) {
     if (k == kCBlock<T>) return reinterpret_cast<const T *>(a.p + i);
   }
+  Cx<T> *buf = reinterpret_cast<Cx<T> *>(raw);
   for (int j = 0; j < kCBlock<T>; ++j) buf[j] = a.at(i + (j < k ? j : 0));
-  return reinterpret_cast<const T *>(buf);
+  return raw;
+}
+
+// Where a block's results go: straight into a contiguous result vector when
+// the block is whole and does not overlap the block's inputs (which the fix
+// path may still need), else into the local block `raw`.
+template <class E, class Out>
+[[gnu::always_inline]] inline auto *cblock_dst(const Out &out, int i, int k, int nb,
+                                               const void *pa, const void *pb, void *raw) {
+  using P = std::conditional_t<std::is_same_v<E, Cx<float>> || std::is_same_v<E, float>, float,
+                               double>;
+  if constexpr (std::is_same_v<Out, ContigOut<E>>) {
+    if (k == nb) {
+      const char *o = reinterpret_cast<const char *>(out.p + i);
+      const size_t len = sizeof(E) * size_t(nb);
+      auto apart = [&](const void *q) {
+        const char *c = static_cast<const char *>(q);
+        return o + len <= c || c + 32 <= o;
+      };
+      if (apart(pa) && apart(pb)) return reinterpret_cast<P *>(out.p + i);
+    }
+  }
+  return static_cast<P *>(raw);
 }
 
 template <class E, class Out>
-[[gnu::always_inline]] inline void cblock_out(const Out &out, int i, int k, const E *r) {
-  if constexpr (std::is_same_v<Out, ContigOut<E>>) {
-    __builtin_memcpy(out.p + i, r, sizeof(E) * unsigned(k));
-  } else {
-    for (int j = 0; j < k; ++j) out.put(i + j, r[j]);
-  }
+[[gnu::always_inline]] inline void cblock_out(const Out &out, int i, int k, const void *raw) {
+  const E *r = static_cast<const E *>(raw);
+  for (int j = 0; j < k; ++j) out.put(i + j, r[j]);
 }
 
 template <class Op, class T, int S, class Out, class Rep>
@@ -268,19 +288,19 @@ inline void cloop2(int n, const A &a, const Bs &b, const Out &out, const Rep &re
   constexpr int E = kCBlock<T>;
   for (int i = 0; i < n; i += E) {
     const int k = n - i < E ? n - i : E;
-    alignas(16) Cx<T> ba[E], bb[E], r[E];
+    alignas(16) T ba[2 * E], bb[2 * E], rb[2 * E];
     const T *pa = cblock_in<T>(a, i, k, ba);
     const T *pb = cblock_in<T>(b, i, k, bb);
-    const int m = Op::template blk<T, S>(pa, pb, reinterpret_cast<T *>(r)) & ((1 << k) - 1);
+    T *pr = cblock_dst<Cx<T>>(out, i, k, E, pa, pb, rb);
+    const int m = Op::template blk<T, S>(pa, pb, pr) & ((1 << k) - 1);
     if (m) [[unlikely]] {
-      // The result may overwrite an argument: keep the inputs first.
       Cx<T> xa[E], xb[E];
       __builtin_memcpy(static_cast<void *>(xa), pa, sizeof xa);
       __builtin_memcpy(static_cast<void *>(xb), pb, sizeof xb);
-      cblock_out(out, i, k, r);
+      if (pr == rb) cblock_out<Cx<T>>(out, i, k, rb);
       cfix2<Op, T, S>(i, m, out, rep, xa, xb);
-    } else {
-      cblock_out(out, i, k, r);
+    } else if (pr == rb) {
+      cblock_out<Cx<T>>(out, i, k, rb);
     }
   }
 }
@@ -377,14 +397,14 @@ struct CR {
       constexpr int E = kCBlock<T>;
       for (int i = 0; i < n; i += E) {
         const int k = n - i < E ? n - i : E;
-        alignas(16) Cx<T> ba[E];
-        alignas(16) T r[E];
+        alignas(16) T ba[2 * E], rb[E];
         const T *pa = cblock_in<T>(a, i, k, ba);
-        const int m = Op::template blk_r<T, S>(pa, r) & ((1 << k) - 1);
+        T *pr = cblock_dst<T>(out, i, k, E, pa, pa, rb);
+        const int m = Op::template blk_r<T, S>(pa, pr) & ((1 << k) - 1);
         if (m) [[unlikely]] {
           Cx<T> xa[E];
           __builtin_memcpy(static_cast<void *>(xa), pa, sizeof xa);
-          cblock_out(out, i, k, r);
+          if (pr == rb) cblock_out<T>(out, i, k, rb);
           [&]() __attribute__((noinline, cold)) {
             for (int j = 0; j < k; ++j) {
               if (!(m >> j & 1)) continue;
@@ -394,8 +414,8 @@ struct CR {
               if (code) report(i + j, code, v);
             }
           }();
-        } else {
-          cblock_out(out, i, k, r);
+        } else if (pr == rb) {
+          cblock_out<T>(out, i, k, rb);
         }
       }
       return;

@@ -52,6 +52,15 @@ inline F absf(F x) { return _mm_andnot_ps(_mm_set1_ps(-0.0f), x); }
 // All-ones where x is infinite or NaN.
 inline D nonfinite(D x) { return _mm_cmpnlt_pd(abs(x), _mm_set1_pd(__builtin_inf())); }
 inline F nonfinitef(F x) { return _mm_cmpnlt_ps(absf(x), _mm_set1_ps(__builtin_inff())); }
+// Lanes where re or im is infinite or NaN (x - x is NaN exactly there).
+inline D nonfinite2(D re, D im) {
+  const D t = _mm_add_pd(_mm_sub_pd(re, re), _mm_sub_pd(im, im));
+  return _mm_cmpunord_pd(t, t);
+}
+inline F nonfinite2f(F re, F im) {
+  const F t = _mm_add_ps(_mm_sub_ps(re, re), _mm_sub_ps(im, im));
+  return _mm_cmpunord_ps(t, t);
+}
 
 // Veltkamp split: x = hi + lo, each with at most 26 significant bits.
 struct Split {
@@ -134,7 +143,7 @@ inline int cstore(float *p, D re0, D im0, D re1, D im1) {
   const F re = narrow(re0, re1), im = narrow(im0, im1);
   _mm_storeu_ps(p, _mm_unpacklo_ps(re, im));
   _mm_storeu_ps(p + 4, _mm_unpackhi_ps(re, im));
-  return _mm_movemask_ps(_mm_or_ps(nonfinitef(re), nonfinitef(im)));
+  return _mm_movemask_ps(nonfinite2f(re, im));
 }
 
 // |r| < 2^-20 (|p| + |q|): r = p -+ q cancelled more than the plain formula
@@ -236,7 +245,7 @@ struct MulOp {
         bad = _mm_or_pd(out_of_range(a.re, a.im), out_of_range(b.re, b.im));
       }
       zstore(pr, r);
-      return zmask(_mm_or_pd(bad, _mm_or_pd(nonfinite(r.re), nonfinite(r.im))));
+      return zmask(_mm_or_pd(bad, nonfinite2(r.re, r.im)));
     }
   }
   template <class T, int S>
@@ -312,9 +321,12 @@ struct AddSubOp {
       const F r1 = Minus ? _mm_sub_ps(a1, b1) : _mm_add_ps(a1, b1);
       _mm_storeu_ps(pr, r0);
       _mm_storeu_ps(pr + 4, r1);
-      const int m0 = _mm_movemask_ps(nonfinitef(r0)), m1 = _mm_movemask_ps(nonfinitef(r1));
+      // x - x is NaN exactly where x is infinite or NaN: one test for the
+      // block, the elements sorted out only when it fires
+      const F t = _mm_add_ps(_mm_sub_ps(r0, r0), _mm_sub_ps(r1, r1));
+      if (!_mm_movemask_ps(_mm_cmpunord_ps(t, t))) return 0;
       // floats 2j, 2j+1 belong to element j: fold the pairs, then compress
-      int m = m0 | m1 << 4;
+      int m = _mm_movemask_ps(nonfinitef(r0)) | _mm_movemask_ps(nonfinitef(r1)) << 4;
       m = (m | m >> 1) & 0x55;
       m = (m | m >> 1) & 0x33;
       return (m | m >> 2) & 0xF;
@@ -325,6 +337,8 @@ struct AddSubOp {
       const D r1 = Minus ? _mm_sub_pd(a1, b1) : _mm_add_pd(a1, b1);
       _mm_storeu_pd(pr, r0);
       _mm_storeu_pd(pr + 2, r1);
+      const D t = _mm_add_pd(_mm_sub_pd(r0, r0), _mm_sub_pd(r1, r1));
+      if (!_mm_movemask_pd(_mm_cmpunord_pd(t, t))) return 0;
       return (_mm_movemask_pd(nonfinite(r0)) ? 1 : 0) | (_mm_movemask_pd(nonfinite(r1)) ? 2 : 0);
     }
   }
