@@ -239,8 +239,27 @@ template <class T, class A>
   if constexpr (std::is_same_v<A, Contig<Cx<T>>>) {
     if (k == kCBlock<T>) return reinterpret_cast<const T *>(a.p + i);
   }
-  Cx<T> *buf = reinterpret_cast<Cx<T> *>(raw);
-  for (int j = 0; j < kCBlock<T>; ++j) buf[j] = a.at(i + (j < k ? j : 0));
+  // Gathered in 16-byte pieces, so that the block's 16-byte loads are served
+  // from the store buffer (element-sized stores would stall them).
+  auto at = [&](int j) -> const Cx<T> * {
+    const int e = i + (j < k ? j : 0);
+    if constexpr (std::is_same_v<A, Scalar<Cx<T>>>)
+      return &a.v;
+    else if constexpr (std::is_same_v<A, Strided<Cx<T>>>)
+      return a.p + long(e) * a.inc;
+    else
+      return a.p + e;
+  };
+  if constexpr (std::is_same_v<T, float>) {
+    for (int j = 0; j < kCBlock<T>; j += 2) {
+      const __m128d lo = _mm_load_sd(reinterpret_cast<const double *>(at(j)));
+      const __m128d hi = _mm_load_sd(reinterpret_cast<const double *>(at(j + 1)));
+      _mm_store_pd(reinterpret_cast<double *>(raw + 2 * j), _mm_unpacklo_pd(lo, hi));
+    }
+  } else {
+    for (int j = 0; j < kCBlock<T>; ++j)
+      _mm_store_pd(raw + 2 * j, _mm_loadu_pd(reinterpret_cast<const double *>(at(j))));
+  }
   return raw;
 }
 
