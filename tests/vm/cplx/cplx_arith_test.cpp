@@ -245,7 +245,7 @@ void hard_cases(Fn f, std::vector<C<T>> &a, std::vector<C<T>> &b, std::mt19937_6
     const T s = rnd_component<T>(g, -3, 3);
     T ar = x * s, ai = y * s;
     for (int k = int(g() % 4); k > 0; --k) ar = std::nextafter(ar, T(0));
-    if (f == Fn::MulByConj) ai = -ai;
+    if (f == Fn::MulByConj || f == Fn::Div) ai = -ai;  // ac + bd cancels for Div
     a.push_back({ar, ai});
     b.push_back({y, x});
     // the same scaled toward both ends of the range (kept inside the range the

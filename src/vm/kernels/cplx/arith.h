@@ -20,7 +20,8 @@
 //     each component is the two-sum of its products plus the sum of their
 //     errors, so the error is 0.5 ulp plus ~2^-100 of the modulus.  Division:
 //     numerators and |b|^2 as such unevaluated pairs, the quotient q0 = N/D
-//     corrected by the exactly formed residual (N - q0 D)/D.  Abs: the sum of
+//     corrected by the exactly formed residual (N - q0 D)/D (one
+//     reciprocal per block, no division per component).  Abs: the sum of
 //     squares as a pair, its root corrected once with the exact square.
 //   z EP: the schoolbook formulas in double (Div with one reciprocal); a
 //     block where a component's two terms cancel to below 2^-20 of their
@@ -40,6 +41,11 @@
 #include "vm/kernels/core/simd.h"
 #include "vm/kernels/elem/cplx.h"
 
+// Forced inline: in the table translation units, which hold hundreds of
+// kernels, the compiler's growth budget otherwise leaves helpers as calls
+// with their blocks passed through memory.
+#define QOR_CV_INLINE [[gnu::always_inline]] inline
+
 namespace qor::vm::cvec {
 
 namespace k {
@@ -47,17 +53,17 @@ namespace k {
 using D = __m128d;
 using F = __m128;
 
-inline D abs(D x) { return _mm_andnot_pd(_mm_set1_pd(-0.0), x); }
-inline F absf(F x) { return _mm_andnot_ps(_mm_set1_ps(-0.0f), x); }
+QOR_CV_INLINE D abs(D x) { return _mm_andnot_pd(_mm_set1_pd(-0.0), x); }
+QOR_CV_INLINE F absf(F x) { return _mm_andnot_ps(_mm_set1_ps(-0.0f), x); }
 // All-ones where x is infinite or NaN.
-inline D nonfinite(D x) { return _mm_cmpnlt_pd(abs(x), _mm_set1_pd(__builtin_inf())); }
-inline F nonfinitef(F x) { return _mm_cmpnlt_ps(absf(x), _mm_set1_ps(__builtin_inff())); }
+QOR_CV_INLINE D nonfinite(D x) { return _mm_cmpnlt_pd(abs(x), _mm_set1_pd(__builtin_inf())); }
+QOR_CV_INLINE F nonfinitef(F x) { return _mm_cmpnlt_ps(absf(x), _mm_set1_ps(__builtin_inff())); }
 // Lanes where re or im is infinite or NaN (x - x is NaN exactly there).
-inline D nonfinite2(D re, D im) {
+QOR_CV_INLINE D nonfinite2(D re, D im) {
   const D t = _mm_add_pd(_mm_sub_pd(re, re), _mm_sub_pd(im, im));
   return _mm_cmpunord_pd(t, t);
 }
-inline F nonfinite2f(F re, F im) {
+QOR_CV_INLINE F nonfinite2f(F re, F im) {
   const F t = _mm_add_ps(_mm_sub_ps(re, re), _mm_sub_ps(im, im));
   return _mm_cmpunord_ps(t, t);
 }
@@ -66,14 +72,14 @@ inline F nonfinite2f(F re, F im) {
 struct Split {
   D hi, lo;
 };
-inline Split split(D x) {
+QOR_CV_INLINE Split split(D x) {
   const D t = _mm_mul_pd(x, _mm_set1_pd(134217729.0));
   const D hi = _mm_sub_pd(t, _mm_sub_pd(t, x));
   return {hi, _mm_sub_pd(x, hi)};
 }
 // Dekker: the rounding error of x*y (p = fl(x*y)), exact while the partial
 // products neither overflow nor underflow.
-inline D prod_err(D p, const Split &x, const Split &y) {
+QOR_CV_INLINE D prod_err(D p, const Split &x, const Split &y) {
   D e = _mm_sub_pd(_mm_mul_pd(x.hi, y.hi), p);
   e = _mm_add_pd(e, _mm_mul_pd(x.hi, y.lo));
   e = _mm_add_pd(e, _mm_mul_pd(x.lo, y.hi));
@@ -86,24 +92,24 @@ inline D prod_err(D p, const Split &x, const Split &y) {
 struct Pair {
   D hi, lo;
 };
-inline Pair two_sum(D a, D b) {
+QOR_CV_INLINE Pair two_sum(D a, D b) {
   const D s = _mm_add_pd(a, b);
   const D bb = _mm_sub_pd(s, a);
   const D t = _mm_add_pd(_mm_sub_pd(a, _mm_sub_pd(s, bb)), _mm_sub_pd(b, bb));
   return {s, t};
 }
-inline Pair dot_pair(D p, D ep, D q, D eq) {
+QOR_CV_INLINE Pair dot_pair(D p, D ep, D q, D eq) {
   const Pair s = two_sum(p, q);
   return {s.hi, _mm_add_pd(s.lo, _mm_add_pd(ep, eq))};
 }
-inline D dot(D p, D ep, D q, D eq) {
+QOR_CV_INLINE D dot(D p, D ep, D q, D eq) {
   const Pair s = dot_pair(p, ep, q, eq);
   const D r = _mm_add_pd(s.hi, s.lo);
   return _mm_blendv_pd(r, s.hi, _mm_cmpeq_pd(r, _mm_setzero_pd()));
 }
 
 // max(|re|, |im|) outside [2^-480, 2^480] and not 0 (NaN included).
-inline D out_of_range(D re, D im) {
+QOR_CV_INLINE D out_of_range(D re, D im) {
   const D m = _mm_max_pd(abs(re), abs(im));
   const D big = _mm_cmpnle_pd(m, _mm_set1_pd(0x1p480));
   const D tiny = _mm_and_pd(_mm_cmplt_pd(m, _mm_set1_pd(0x1p-480)),
@@ -116,30 +122,30 @@ inline D out_of_range(D re, D im) {
 struct ZBlk {  // 2 complex doubles
   D re, im;
 };
-inline ZBlk zload(const double *p) {
+QOR_CV_INLINE ZBlk zload(const double *p) {
   const D a0 = _mm_loadu_pd(p), a1 = _mm_loadu_pd(p + 2);
   return {_mm_unpacklo_pd(a0, a1), _mm_unpackhi_pd(a0, a1)};
 }
-inline void zstore(double *p, const ZBlk &r) {
+QOR_CV_INLINE void zstore(double *p, const ZBlk &r) {
   _mm_storeu_pd(p, _mm_unpacklo_pd(r.re, r.im));
   _mm_storeu_pd(p + 2, _mm_unpackhi_pd(r.re, r.im));
 }
 // Flag bits per element from a per-lane mask.
-inline int zmask(D m) { return _mm_movemask_pd(m); }
+QOR_CV_INLINE int zmask(D m) { return _mm_movemask_pd(m); }
 
 struct CBlk {  // 4 complex floats, widened: lanes 0,1 in *0, lanes 2,3 in *1
   D re0, im0, re1, im1;
 };
-inline CBlk cload(const float *p) {
+QOR_CV_INLINE CBlk cload(const float *p) {
   const F a0 = _mm_loadu_ps(p), a1 = _mm_loadu_ps(p + 4);
   const F re = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(2, 0, 2, 0));
   const F im = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(3, 1, 3, 1));
   return {_mm_cvtps_pd(re), _mm_cvtps_pd(im), _mm_cvtps_pd(_mm_movehl_ps(re, re)),
           _mm_cvtps_pd(_mm_movehl_ps(im, im))};
 }
-inline F narrow(D lo, D hi) { return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi)); }
+QOR_CV_INLINE F narrow(D lo, D hi) { return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi)); }
 // Stores the rounded block; returns the elements with a non-finite component.
-inline int cstore(float *p, D re0, D im0, D re1, D im1) {
+QOR_CV_INLINE int cstore(float *p, D re0, D im0, D re1, D im1) {
   const F re = narrow(re0, re1), im = narrow(im0, im1);
   _mm_storeu_ps(p, _mm_unpacklo_ps(re, im));
   _mm_storeu_ps(p + 4, _mm_unpackhi_ps(re, im));
@@ -148,12 +154,12 @@ inline int cstore(float *p, D re0, D im0, D re1, D im1) {
 
 // |r| < 2^-20 (|p| + |q|): r = p -+ q cancelled more than the plain formula
 // of the EP kernels can afford.
-inline D cancels(D r, D p, D q) {
+QOR_CV_INLINE D cancels(D r, D p, D q) {
   return _mm_cmplt_pd(abs(r), _mm_mul_pd(_mm_set1_pd(0x1p-20), _mm_add_pd(abs(p), abs(q))));
 }
 
 // a * b with exact cross products (b already conjugated for MulByConj).
-inline ZBlk mul_exact(const ZBlk &a, const ZBlk &b) {
+QOR_CV_INLINE ZBlk mul_exact(const ZBlk &a, const ZBlk &b) {
   const Split ar = split(a.re), ai = split(a.im), br = split(b.re), bi = split(b.im);
   const D p1 = _mm_mul_pd(a.re, b.re), p2 = _mm_mul_pd(a.im, b.im);
   const D p3 = _mm_mul_pd(a.re, b.im), p4 = _mm_mul_pd(a.im, b.re);
@@ -165,7 +171,7 @@ inline ZBlk mul_exact(const ZBlk &a, const ZBlk &b) {
 
 // a / b for operands within out_of_range's bounds, b != 0: numerators and
 // |b|^2 as unevaluated pairs, the quotient corrected once by its residual.
-inline ZBlk div_exact(const ZBlk &a, const ZBlk &b) {
+QOR_CV_INLINE ZBlk div_exact(const ZBlk &a, const ZBlk &b) {
   const Split ar = split(a.re), ai = split(a.im), br = split(b.re), bi = split(b.im);
   const D neg = _mm_set1_pd(-0.0);
   const D q1 = _mm_mul_pd(b.re, b.re), q2 = _mm_mul_pd(b.im, b.im);
@@ -178,14 +184,17 @@ inline ZBlk div_exact(const ZBlk &a, const ZBlk &b) {
   const Pair nre = dot_pair(p1, prod_err(p1, ar, br), p2, prod_err(p2, ai, bi));
   const Pair nim = dot_pair(p3, prod_err(p3, ai, br), _mm_xor_pd(p4, neg),
                             _mm_xor_pd(prod_err(p4, ar, bi), neg));
+  // One division per block: q0 = n/d through the reciprocal is within ~2 ulps,
+  // and the residual correction below makes up for that.
+  const D inv = _mm_div_pd(_mm_set1_pd(1.0), dh);
   auto quot = [&](const Pair &n) {
-    const D q0 = _mm_div_pd(n.hi, dh);
+    const D q0 = _mm_mul_pd(n.hi, inv);
     const D p = _mm_mul_pd(q0, dh);
-    // n.hi - p is exact (p is within an ulp of n.hi); with the product's own
-    // error this is the residual of q0 to ~2^-104.
+    // n.hi - p is exact (p is within a few ulps of n.hi); with the product's
+    // own error this is the residual of q0 to ~2^-104.
     D rem = _mm_sub_pd(_mm_sub_pd(n.hi, p), prod_err(p, split(q0), ds));
     rem = _mm_sub_pd(_mm_add_pd(rem, n.lo), _mm_mul_pd(q0, dl));
-    const D q = _mm_add_pd(q0, _mm_div_pd(rem, dh));
+    const D q = _mm_add_pd(q0, _mm_mul_pd(rem, inv));
     return _mm_blendv_pd(q, q0, _mm_cmpeq_pd(q, _mm_setzero_pd()));
   };
   return {quot(nre), quot(nim)};
@@ -209,7 +218,7 @@ constexpr int kE = std::is_same_v<T, float> ? 4 : 2;
 template <bool Conj>
 struct MulOp {
   template <class T, int S>
-  static int blk(const T *pa, const T *pb, T *pr) {
+  [[gnu::flatten]] static int blk(const T *pa, const T *pb, T *pr) {
     using namespace k;
     if constexpr (std::is_same_v<T, float>) {
       const CBlk a = cload(pa), b = cload(pb);
@@ -262,7 +271,7 @@ struct MulByConj : MulOp<true> {};
 
 struct Div {
   template <class T, int S>
-  static int blk(const T *pa, const T *pb, T *pr) {
+  [[gnu::flatten]] static int blk(const T *pa, const T *pb, T *pr) {
     using namespace k;
     if constexpr (std::is_same_v<T, float>) {
       // A zero divisor gives an infinite or NaN quotient: flagged.
@@ -312,7 +321,7 @@ struct Div {
 template <bool Minus>
 struct AddSubOp {
   template <class T, int S>
-  static int blk(const T *pa, const T *pb, T *pr) {
+  [[gnu::flatten]] static int blk(const T *pa, const T *pb, T *pr) {
     using namespace k;
     if constexpr (std::is_same_v<T, float>) {
       const F a0 = _mm_loadu_ps(pa), a1 = _mm_loadu_ps(pa + 4);
@@ -356,7 +365,7 @@ struct Sub : AddSubOp<true> {};
 // |a|: real results, E per block.
 struct Abs {
   template <class T, int S>
-  static int blk_r(const T *pa, T *pr) {
+  [[gnu::flatten]] static int blk_r(const T *pa, T *pr) {
     using namespace k;
     if constexpr (std::is_same_v<T, float>) {
       const CBlk a = cload(pa);
@@ -398,3 +407,5 @@ struct Abs {
 };
 
 }  // namespace qor::vm::cvec
+
+#undef QOR_CV_INLINE
