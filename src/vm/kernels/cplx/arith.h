@@ -187,7 +187,10 @@ QOR_CV_INLINE ZBlk div_exact(const ZBlk &a, const ZBlk &b) {
   // One division per block: q0 = n/d through the reciprocal is within ~2 ulps,
   // and the residual correction below makes up for that.
   const D inv = _mm_div_pd(_mm_set1_pd(1.0), dh);
-  auto quot = [&](const Pair &n) {
+  auto quot = [&](const Pair &n0) {
+    // After cancellation the products' errors can outweigh their rounded
+    // sum: renormalise, so that q0 starts from the rounded numerator.
+    const Pair n = two_sum(n0.hi, n0.lo);
     const D q0 = _mm_mul_pd(n.hi, inv);
     const D p = _mm_mul_pd(q0, dh);
     // n.hi - p is exact (p is within a few ulps of n.hi); with the product's
