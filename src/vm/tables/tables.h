@@ -21,6 +21,7 @@
 #include "vm/kernels/core/shapes.h"
 #include "vm/kernels/elem/elem.h"
 #include "vm/kernels/families.h"
+#include "vm/kernels/cplx/arith.h"
 
 namespace qor::vm::tables {
 
@@ -132,6 +133,7 @@ constexpr bool same_layout() {
 #define QOR_VM_OP_arith(F) ::qor::vm::ops::F
 #define QOR_VM_OP_vec(F) ::qor::vm::vec::F
 #define QOR_VM_OP_elem(F) ::qor::vm::tables::ElemReal<::qor::vm::elem::F>
+#define QOR_VM_OP_cvec(F) ::qor::vm::cvec::F
 #define QOR_VM_OP_cplx(F) ::qor::vm::tables::ElemCplx<::qor::vm::elem::cplx::F>
 #define QOR_VM_OP_pack(F) void
 

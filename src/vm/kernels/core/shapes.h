@@ -217,6 +217,113 @@ Cx<T> *cx(T *p) {
   return reinterpret_cast<Cx<T> *>(p);
 }
 
+// Complex SIMD loop.  An operation with `blk<T, S>(a, b, r)` computes a
+// block of 16 / sizeof(T) elements (4 complex floats, 2 complex doubles)
+// from memory into a local block and returns the elements it flags; those
+// are recomputed by `fix<T, S>(a, b, code)` and reported with their own
+// index.  Tails and strided vectors are gathered into a local block whose
+// unused elements repeat the first one (no extra flags, nothing outside the
+// vectors touched), so an element's result is the same wherever it falls.
+template <class Op, class T, int S>
+constexpr bool has_cblk = requires(const T *p, T *q) { Op::template blk<T, S>(p, p, q); };
+template <class Op, class T, int S>
+constexpr bool has_cblk_r = requires(const T *p, T *q) { Op::template blk_r<T, S>(p, q); };
+
+template <class T>
+constexpr int kCBlock = 16 / int(sizeof(T));
+
+// Pointer to the k elements at i: the vector itself when it is contiguous
+// and the block is whole, else the block gathered into `buf`.
+template <class T, class A>
+[[gnu::always_inline]] inline const T *cblock_in(const A &a, int i, int k, T *raw) {
+  if constexpr (std::is_same_v<A, Contig<Cx<T>>>) {
+    if (k == kCBlock<T>) return reinterpret_cast<const T *>(a.p + i);
+  }
+  // Gathered in 16-byte pieces, so that the block's 16-byte loads are served
+  // from the store buffer (element-sized stores would stall them).
+  auto at = [&](int j) -> const Cx<T> * {
+    const int e = i + (j < k ? j : 0);
+    if constexpr (std::is_same_v<A, Scalar<Cx<T>>>)
+      return &a.v;
+    else if constexpr (std::is_same_v<A, Strided<Cx<T>>>)
+      return a.p + long(e) * a.inc;
+    else
+      return a.p + e;
+  };
+  if constexpr (std::is_same_v<T, float>) {
+    for (int j = 0; j < kCBlock<T>; j += 2) {
+      const __m128d lo = _mm_load_sd(reinterpret_cast<const double *>(at(j)));
+      const __m128d hi = _mm_load_sd(reinterpret_cast<const double *>(at(j + 1)));
+      _mm_store_pd(reinterpret_cast<double *>(raw + 2 * j), _mm_unpacklo_pd(lo, hi));
+    }
+  } else {
+    for (int j = 0; j < kCBlock<T>; ++j)
+      _mm_store_pd(raw + 2 * j, _mm_loadu_pd(reinterpret_cast<const double *>(at(j))));
+  }
+  return raw;
+}
+
+// Where a block's results go: straight into a contiguous result vector when
+// the block is whole and does not overlap the block's inputs (which the fix
+// path may still need), else into the local block `raw`.
+template <class E, class Out>
+[[gnu::always_inline]] inline auto *cblock_dst(const Out &out, int i, int k, int nb,
+                                               const void *pa, const void *pb, void *raw) {
+  using P = std::conditional_t<std::is_same_v<E, Cx<float>> || std::is_same_v<E, float>, float,
+                               double>;
+  if constexpr (std::is_same_v<Out, ContigOut<E>>) {
+    if (k == nb) {
+      const char *o = reinterpret_cast<const char *>(out.p + i);
+      const size_t len = sizeof(E) * size_t(nb);
+      auto apart = [&](const void *q) {
+        const char *c = static_cast<const char *>(q);
+        return o + len <= c || c + 32 <= o;
+      };
+      if (apart(pa) && apart(pb)) return reinterpret_cast<P *>(out.p + i);
+    }
+  }
+  return static_cast<P *>(raw);
+}
+
+template <class E, class Out>
+[[gnu::always_inline]] inline void cblock_out(const Out &out, int i, int k, const void *raw) {
+  const E *r = static_cast<const E *>(raw);
+  for (int j = 0; j < k; ++j) out.put(i + j, r[j]);
+}
+
+template <class Op, class T, int S, class Out, class Rep>
+[[gnu::noinline, gnu::cold]] void cfix2(int i, int m, const Out &out, const Rep &rep,
+                                        const Cx<T> *xa, const Cx<T> *xb) {
+  for (int j = 0; m >> j; ++j) {
+    if (!(m >> j & 1)) continue;
+    int code = 0;
+    out.put(i + j, Op::template fix<T, S>(xa[j], xb[j], code));
+    if (code) rep(code, i + j);
+  }
+}
+
+template <class Op, class T, int S, class A, class Bs, class Out, class Rep>
+inline void cloop2(int n, const A &a, const Bs &b, const Out &out, const Rep &rep) {
+  constexpr int E = kCBlock<T>;
+  for (int i = 0; i < n; i += E) {
+    const int k = n - i < E ? n - i : E;
+    alignas(16) T ba[2 * E], bb[2 * E], rb[2 * E];
+    const T *pa = cblock_in<T>(a, i, k, ba);
+    const T *pb = cblock_in<T>(b, i, k, bb);
+    T *pr = cblock_dst<Cx<T>>(out, i, k, E, pa, pb, rb);
+    const int m = Op::template blk<T, S>(pa, pb, pr) & ((1 << k) - 1);
+    if (m) [[unlikely]] {
+      Cx<T> xa[E], xb[E];
+      __builtin_memcpy(static_cast<void *>(xa), pa, sizeof xa);
+      __builtin_memcpy(static_cast<void *>(xb), pb, sizeof xb);
+      if (pr == rb) cblock_out<Cx<T>>(out, i, k, rb);
+      cfix2<Op, T, S>(i, m, out, rep, xa, xb);
+    } else if (pr == rb) {
+      cblock_out<Cx<T>>(out, i, k, rb);
+    }
+  }
+}
+
 template <class Op, class T, int S, class Name>
 struct CU {
   template <class A, class Out>
@@ -241,9 +348,12 @@ struct CB {
   static void run(int n, const A &a, const Bs &b, const Out &out, const Reporter<Cx<T>> &rep) {
     [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
-    elem_loop(
-        n, out, rep, [](int &c, Cx<T> x, Cx<T> y) { return Op::template elem<T, S>(x, y, c); },
-        a, b);
+    if constexpr (has_cblk<Op, T, S>)
+      cloop2<Op, T, S>(n, a, b, out, rep);
+    else
+      elem_loop(
+          n, out, rep, [](int &c, Cx<T> x, Cx<T> y) { return Op::template elem<T, S>(x, y, c); },
+          a, b);
   }
   static void contig(int32_t n, const T *a, const T *b, T *r) {
     run(n, Contig<Cx<T>>{cx(a)}, Contig<Cx<T>>{cx(b)}, ContigOut<Cx<T>>{cx(r)},
@@ -291,20 +401,49 @@ struct CR {
                   const Out &out) {
     [[maybe_unused]] frame::Guard<frame_of<Op, T, S>()> g;
     if (n <= 0) return;
-    for (int i = 0; i < n; ++i) {
-      int code = 0;
-      T v = Op::template elem_r<T, S>(a.at(i), code);
-      out.put(i, v);
-      if (code) [[unlikely]] {
-        Cx<T> res{v, T(0)};
-        if (contiguous)
-          ErrTraits<Cx<T>>::strided(code, i, abase, 1, abase, 1, reinterpret_cast<T *>(&res), 0,
-                                    reinterpret_cast<T *>(&res), 0, Name::s);
-        else
-          ErrTraits<Cx<T>>::strided(code, i, abase, inca, abase, inca,
-                                    reinterpret_cast<T *>(&res), 0, reinterpret_cast<T *>(&res),
-                                    0, Name::s);
-        out.put(i, res.real());
+    auto report = [&](int i, int code, T v) {
+      Cx<T> res{v, T(0)};
+      if (contiguous)
+        ErrTraits<Cx<T>>::strided(code, i, abase, 1, abase, 1, reinterpret_cast<T *>(&res), 0,
+                                  reinterpret_cast<T *>(&res), 0, Name::s);
+      else
+        ErrTraits<Cx<T>>::strided(code, i, abase, inca, abase, inca, reinterpret_cast<T *>(&res),
+                                  0, reinterpret_cast<T *>(&res), 0, Name::s);
+      out.put(i, res.real());
+    };
+    if constexpr (has_cblk_r<Op, T, S>) {
+      // Vector blocks as in cloop2; flagged elements through fix_r.
+      constexpr int E = kCBlock<T>;
+      for (int i = 0; i < n; i += E) {
+        const int k = n - i < E ? n - i : E;
+        alignas(16) T ba[2 * E], rb[E];
+        const T *pa = cblock_in<T>(a, i, k, ba);
+        T *pr = cblock_dst<T>(out, i, k, E, pa, pa, rb);
+        const int m = Op::template blk_r<T, S>(pa, pr) & ((1 << k) - 1);
+        if (m) [[unlikely]] {
+          Cx<T> xa[E];
+          __builtin_memcpy(static_cast<void *>(xa), pa, sizeof xa);
+          if (pr == rb) cblock_out<T>(out, i, k, rb);
+          [&]() __attribute__((noinline, cold)) {
+            for (int j = 0; j < k; ++j) {
+              if (!(m >> j & 1)) continue;
+              int code = 0;
+              const T v = Op::template fix_r<T, S>(xa[j], code);
+              out.put(i + j, v);
+              if (code) report(i + j, code, v);
+            }
+          }();
+        } else if (pr == rb) {
+          cblock_out<T>(out, i, k, rb);
+        }
+      }
+      return;
+    } else {
+      for (int i = 0; i < n; ++i) {
+        int code = 0;
+        T v = Op::template elem_r<T, S>(a.at(i), code);
+        out.put(i, v);
+        if (code) [[unlikely]] report(i, code, v);
       }
     }
   }
