@@ -29,6 +29,7 @@
 // 2, |x| > 1 domain 1, subnormal result underflow 4).
 #pragma once
 
+#include <bit>
 #include <limits>
 
 #include "vm/kernels/core/driver.h"
@@ -96,6 +97,82 @@ inline __m128d eval(__m128d x) {
   return _mm_or_pd(r, _mm_and_pd(x, c(-0.0)));
 }
 
+// Estrin's scheme for c[0] + c[1] t + ... + c[N-1] t^(N-1): split at the
+// largest power of two M < N, low part + t^M high part, recursively
+// (pw[k] = t^(2^k)).  The depth is log2 N multiply-adds instead of N.
+template <int N, class Coef>
+[[gnu::always_inline]] inline __m128d estrin(Coef cf, int first, const __m128d *pw) {
+  if constexpr (N == 1) {
+    return cf(first);
+  } else if constexpr (N == 2) {
+    return _mm_add_pd(cf(first), _mm_mul_pd(cf(first + 1), pw[0]));
+  } else {
+    constexpr int L = std::bit_width(unsigned(N - 1)) - 1;  // M = 2^L < N <= 2^(L+1)
+    constexpr int M = 1 << L;
+    return _mm_add_pd(estrin<M>(cf, first, pw), _mm_mul_pd(pw[L], estrin<N - M>(cf, first + M, pw)));
+  }
+}
+
+// |a| <= kCentral (a = |x|): erfinv(a) = a P(a^2), one polynomial with
+// broadcast coefficients for every lane (per-lane coefficient loads cost
+// about as much as the whole polynomial).  P - c0 reaches 0.2 c0 near the
+// bound, so for 1 ulp the leading part is kept exact: a^2 = uh + ul exactly
+// (ul folded into t), c0 + c1 t as a double-double from error-free steps (c0
+// and c1 are stored as double-doubles), and a times its high part as an exact
+// product; only the rest, t^2 P2(t) below 0.03 c0, is evaluated plainly
+// (Estrin).  The final addition is then the only rounding at the scale of
+// the result.
+template <bool High>
+[[gnu::always_inline]] inline __m128d central(__m128d a) {
+  namespace k = erfinv_coeffs;
+  constexpr int D = High ? k::kHighCentralDeg : k::kLowCentralDeg;
+  const double *cf = High ? k::kHighCentral : k::kLowCentral;
+  auto coef = [&](int j) { return c(cf[j]); };
+  __m128d pw[6];
+  if constexpr (High) {
+    const __m128d sp = c(134217729.0);  // 2^27 + 1
+    const __m128d ca = _mm_mul_pd(a, sp);
+    const __m128d ah = _mm_sub_pd(ca, _mm_sub_pd(ca, a)), al = _mm_sub_pd(a, ah);
+    const __m128d uh = _mm_mul_pd(a, a);
+    const __m128d ul = _mm_add_pd(
+        _mm_add_pd(_mm_sub_pd(_mm_mul_pd(ah, ah), uh), _mm_mul_pd(_mm_add_pd(ah, ah), al)),
+        _mm_mul_pd(al, al));
+    const __m128d t = _mm_add_pd(_mm_sub_pd(uh, c(cf[0])), ul);
+    pw[0] = t;
+    for (int i = 1; i < 6; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
+    // t^2 (c2 + c3 t + ...): row index 5 holds c2
+    const __m128d rest2 = _mm_mul_pd(pw[1], estrin<D - 1>(coef, 5, pw));
+    __m128d pe, se, e;
+    const __m128d p = lx::two_prod(c(cf[3]), t, pe);
+    const __m128d s = lx::fast_two_sum(c(cf[1]), p, se);
+    const __m128d rest = _mm_add_pd(_mm_add_pd(_mm_add_pd(c(cf[2]), pe), _mm_add_pd(se, _mm_mul_pd(c(cf[4]), t))), rest2);
+    const __m128d h = lx::two_prod(a, s, e);
+    return _mm_add_pd(h, _mm_add_pd(e, _mm_mul_pd(a, rest)));
+  } else {
+    const __m128d t = _mm_sub_pd(_mm_mul_pd(a, a), c(cf[0]));
+    pw[0] = t;
+    for (int i = 1; i < 6; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
+    // c1 + c2 t + ...: c1's high part at index 3, c2 onwards from index 5
+    const __m128d p2 = estrin<D - 1>(coef, 5, pw);
+    const __m128d q = _mm_mul_pd(t, _mm_add_pd(c(cf[3]), _mm_mul_pd(t, p2)));
+    return _mm_mul_pd(a, _mm_add_pd(c(cf[1]), q));
+  }
+}
+
+// Lanes with |x| <= kCentral always take the central polynomial, whatever
+// their neighbour is, so an element's result does not depend on where it
+// sits in the array; the pieces are evaluated only for registers with a lane
+// beyond kCentral (NaN included).
+template <bool High>
+inline __m128d eval2(__m128d x) {
+  const __m128d a = _mm_andnot_pd(c(-0.0), x);
+  const __m128d in = _mm_cmple_pd(a, c(erfinv_coeffs::kCentral));
+  __m128d r = central<High>(a);
+  r = _mm_or_pd(r, _mm_and_pd(x, c(-0.0)));
+  if (__builtin_expect(_mm_movemask_pd(in) != 3, 0)) r = _mm_blendv_pd(eval<High>(x), r, in);
+  return r;
+}
+
 }  // namespace erfinv_core
 
 struct ErfInv {
@@ -108,10 +185,10 @@ struct ErfInv {
     constexpr T tiny = std::is_same_v<T, float> ? T(0x1p-125f) : T(0x1p-960);
     typename W::reg r;
     if constexpr (std::is_same_v<T, double>) {
-      r = S == 2 ? erfinv_core::eval<false>(x) : erfinv_core::eval<true>(x);
+      r = S == 2 ? erfinv_core::eval2<false>(x) : erfinv_core::eval2<true>(x);
     } else {
-      __m128 lo = _mm_cvtpd_ps(erfinv_core::eval<false>(_mm_cvtps_pd(x)));
-      __m128 hi = _mm_cvtpd_ps(erfinv_core::eval<false>(_mm_cvtps_pd(_mm_movehl_ps(x, x))));
+      __m128 lo = _mm_cvtpd_ps(erfinv_core::eval2<false>(_mm_cvtps_pd(x)));
+      __m128 hi = _mm_cvtpd_ps(erfinv_core::eval2<false>(_mm_cvtps_pd(_mm_movehl_ps(x, x))));
       r = _mm_movelh_ps(lo, hi);
     }
     auto a = W::and_(x, W::absmask());
