@@ -53,4 +53,35 @@ alignas(16) inline constexpr double kLow[16][11] = {
     {0x1.4p+5, 0x1.8c0091fb07699p+2, -0x1.bep-54, 0x1.46d31a6f87ebcp-4, -0x1.071b57bc7d707p-11, 0x1.a4506c6fa5a76p-18, -0x1.a1c3fc7780307p-24, 0x1.cf1cf0712af55p-30, -0x1.12a527da9b555p-35, 0x1.6a22e859c8e39p-41, -0x1.d107f282b8e39p-47},  // [32, 48)
 };
 
+// |x| <= kCentral: erfinv(x) = x P(x^2), in powers of t = x^2 - mid
+inline constexpr double kCentral = 0x1.b333333333333p-1;
+
+// degree 31, worst relative error of the fit 2^-58.6 (2^-57.6 with the
+// coefficients as stored)
+inline constexpr int kHighCentralDeg = 31;
+// mid, the coefficients of t^0 and t^1 as double-doubles, then those of
+// t^2 .. t^31
+alignas(16) inline constexpr double kHighCentral[35] = {
+    0x1.71eb851eb851fp-2, 0x1.fc12d30243ab6p-1, 0x1.cp-60, 0x1.823b57216b995p-2, -0x1.92p-57,
+    0x1.4328dfa8dfa39p-2, 0x1.52735d726ccdep-2, 0x1.8a632f087d3b6p-2, 0x1.e915445cf282p-2,
+    0x1.3bdc283b2b459p-1, 0x1.a3d95da2b5d04p-1, 0x1.1d0a24cc7c084p+0, 0x1.8970004279ee5p+0,
+    0x1.13180a6f54986p+1, 0x1.84cbc9258c238p+1, 0x1.15263c5b5f544p+2, 0x1.8e1694bf2e8fep+2,
+    0x1.202436ec698ep+3, 0x1.a2f2e3267e9aap+3, 0x1.2cb311c2daf02p+4, 0x1.b78858c5f052p+4,
+    0x1.732979de93321p+5, 0x1.174c88c274a94p+6, 0x1.700c279b9cb3fp+4, 0x1.45b36f9c7a655p+4,
+    0x1.9f67e3955ac85p+9, 0x1.50919d45ff356p+10, -0x1.d93dc4cea238ap+11, -0x1.86bdd61aed563p+12,
+    0x1.3dda9da537a4bp+14, 0x1.fec91cac082b7p+14, -0x1.9d80a5f32fa52p+15, -0x1.49acb0fe7d12dp+16,
+    0x1.469ce32bc70dbp+16, 0x1.ff5c51f858813p+16};
+
+// degree 17, worst relative error of the fit 2^-35.1 (2^-35.1 with the
+// coefficients as stored)
+inline constexpr int kLowCentralDeg = 17;
+// mid, the coefficients of t^0 and t^1 as double-doubles, then those of
+// t^2 .. t^17
+alignas(16) inline constexpr double kLowCentral[21] = {
+    0x1.71eb851eb851fp-2, 0x1.fc12d3026483dp-1, -0x1.9p-58, 0x1.823b5721cd69cp-2, 0x1.32p-56,
+    0x1.4328de6ae7453p-2, 0x1.52735b98f8043p-2, 0x1.8a642a886ee4p-2, 0x1.e916bad483533p-2,
+    0x1.3bb62e36708ebp-1, 0x1.a3a0d345c4f1p-1, 0x1.1fe1c490a6c7p+0, 0x1.8dab2c6b3412ep+0,
+    0x1.e9eec35a6b374p+0, 0x1.57f47b0d6e75fp+1, 0x1.cc1fcfd2b068p+2, 0x1.4f2caa1e217c5p+3,
+    -0x1.493dcd465fbp+3, -0x1.f355e75a76c35p+3, 0x1.4442749edf91bp+6, 0x1.e042224172543p+6};
+
 }  // namespace qor::vm::vec::erfinv_coeffs
