@@ -19,10 +19,11 @@
 //         double EP      P 3 terms 2^-27, Q 3 terms 2^-32
 //         float HA, LA   P 3 terms 2^-27, Q 3 terms 2^-32
 //         float EP       P 2 terms 2^-18, Q 1 term  2^-14
-//      The float HA kernels (and the float tangent) run the whole
-//      computation in double on two halves of the register and round once
-//      at the end; float LA and EP reduce in double and evaluate the
-//      polynomials on four float lanes.
+//      The float HA kernels run the whole computation in double on two
+//      halves of the register and round once at the end; float LA and EP
+//      (tangent included) reduce in float below |x| = 2^12 and in double
+//      above, lane by lane, and evaluate the polynomials on four float
+//      lanes (see "float LA and EP below 2^12").
 //   4. The quadrant k & 3 picks sin or cos and the sign by bit tricks on k's
 //      low bits; sin and tan are computed for |x| and given x's sign, so
 //      sin(-0) = -0 without special care.  Tan is sin/cos on even k and
