@@ -555,18 +555,16 @@ template <int S>
 // (sin/cos on even k, -cos/sin on odd k).  LA carries r's tail into both
 // (sin(r + rl) ~ s + rl, cos(r + rl) ~ c - r rl): the tangent magnifies r's
 // relative error by up to pi/2, and with the plain chain the sweep found
-// 4.6 ulp; with the tail 3.3.  EP takes the short polynomials and no tail.
-template <int S>
+// 4.6 ulp; with the tail 3.3.  The float EP slot runs this LA kernel (sTan
+// shares LA and EP).
 [[gnu::always_inline]] inline F tan_ff(F x) {
-  using C = Cfg<float, S>;
-  F rl = _mm_setzero_ps();
-  auto q = reduce_ff<S != 2>(fabs_(x), rl);
+  using C = Cfg<float, 0>;
+  F rl;
+  auto q = reduce_ff<true>(fabs_(x), rl);
   F sp = _mm_mul_ps(_mm_mul_ps(q.r, q.z), fhorner<C::ns>(q.z, C::sin_c()));
   F cp = _mm_mul_ps(_mm_mul_ps(q.z, q.z), fhorner<C::nc>(q.z, C::cos_c()));
-  if constexpr (S != 2) {
-    sp = _mm_add_ps(rl, sp);
-    cp = _mm_sub_ps(cp, _mm_mul_ps(q.r, rl));
-  }
+  sp = _mm_add_ps(rl, sp);
+  cp = _mm_sub_ps(cp, _mm_mul_ps(q.r, rl));
   F s = _mm_add_ps(q.r, sp);
   F c = _mm_add_ps(_mm_sub_ps(fset(1.0f), _mm_mul_ps(fset(0.5f), q.z)), cp);
   F odd = fodd(q.k);
@@ -679,7 +677,7 @@ struct Tan {
   [[gnu::always_inline]] static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
     using C = trig_detail::Cfg<T, S>;
     if constexpr (C::is_float && S != 1)
-      return trig_detail::with_slow<trig_detail::slow_tan>(x, trig_detail::tan_ff<S>(x));
+      return trig_detail::with_slow<trig_detail::slow_tan>(x, trig_detail::tan_ff(x));
     else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::tan_d<C>(h); });
     else if constexpr (S == 0)
