@@ -544,6 +544,86 @@ void near_multiples_within_bound() {
 TEST(TrigReduction, NearestToMultiplesOfHalfPiFloat) { near_multiples_within_bound<float>(); }
 TEST(TrigReduction, NearestToMultiplesOfHalfPiDouble) { near_multiples_within_bound<double>(); }
 
+// ---- float fast-path limit ----------------------------------------------------------
+// The float LA and EP kernels reduce in float below 2^12 and in double from
+// there on, lane by lane.  Elements on both sides of the limit (the floats
+// next to it, the nearest ones to k pi/2 around it) must be within the slot's
+// bound in both layouts, and each element's result must not depend on
+// whether its register holds elements of the other side.
+std::vector<float> around_float_limit() {
+  std::vector<float> v;
+  float lo = 4096.0f, hi = 4096.0f;
+  for (int i = 0; i < 300; ++i) {
+    lo = std::nextafter(lo, 0.0f);
+    v.push_back(lo);
+    v.push_back(hi);
+    hi = std::nextafter(hi, 1e30f);
+  }
+  mpfr_t P, X;
+  mpfr_inits2(256, P, X, (mpfr_ptr)0);
+  mpfr_const_pi(P, MPFR_RNDN);
+  mpfr_div_2ui(P, P, 1, MPFR_RNDN);
+  for (long k = 2595; k <= 2620; ++k) {  // 2607 pi/2 < 2^12 < 2608 pi/2
+    mpfr_mul_si(X, P, k, MPFR_RNDN);
+    float x = mpfr_get_flt(X, MPFR_RNDN);
+    for (float y : {std::nextafter(x, 0.0f), x, std::nextafter(x, 1e30f)}) v.push_back(y);
+  }
+  mpfr_clears(P, X, (mpfr_ptr)0);
+  const size_t n = v.size();
+  for (size_t i = 0; i < n; ++i) v.push_back(-v[i]);
+  return v;
+}
+
+TEST(TrigFloatLimit, BothSidesWithinBoundInBothLayouts) {
+  const std::vector<float> x = around_float_limit();
+  const int n = int(x.size());
+  for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
+    for (int slot = 0; slot < 3; ++slot)
+      for (int inc : {1, 3}) {
+        std::vector<float> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
+        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
+        Recorder rec;
+        run<float>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
+        EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
+        double worst = 0, worst2 = 0;
+        float at = 0;
+        for (int i = 0; i < n; ++i) {
+          double e = ulp_error<float>(f, false, x[size_t(i)], r1[size_t(i * inc)]);
+          if (e > worst) worst = e, at = x[size_t(i)];
+          if (f == Fn::SinCos)
+            worst2 = std::max(worst2, ulp_error<float>(f, true, x[size_t(i)], r2[size_t(i * inc)]));
+        }
+        EXPECT_LE(worst, bound<float>(slot))
+            << fn_name(f) << " " << slot_name(slot) << " inc " << inc << " at " << at;
+        EXPECT_LE(worst2, bound<float>(slot)) << "SinCos cos " << slot_name(slot) << " inc " << inc;
+      }
+}
+
+TEST(TrigFloatLimit, ResultIndependentOfNeighboursAcrossTheLimit) {
+  // small and large elements interleaved in every pattern of a register
+  std::vector<float> x;
+  const float small[] = {1.0f, 4095.75f, 2.35619450f, 4094.0f};
+  const float large[] = {4096.0f, 4097.5f, 8192.0f, 100000.0f};
+  for (int pat = 0; pat < 16; ++pat)
+    for (int l = 0; l < 4; ++l) x.push_back(((pat >> l) & 1) ? large[(pat + l) % 4] : small[(pat + l) % 4]);
+  const int n = int(x.size());
+  for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
+    for (int slot = 0; slot < 3; ++slot)
+      for (int inc : {1, 2}) {
+        std::vector<float> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
+        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
+        run<float>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
+        for (int i = 0; i < n; ++i) {
+          float one1 = 0, one2 = 0;
+          run<float>(f, slot, 1, &x[size_t(i)], &one1, &one2);
+          EXPECT_EQ(bits(r1[size_t(i * inc)]), bits(one1))
+              << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
+          if (f == Fn::SinCos)
+            EXPECT_EQ(bits(r2[size_t(i * inc)]), bits(one2)) << "SinCos cos x " << x[size_t(i)];
+        }
+      }
+}
+
 // ---- SinCos against Sin and Cos ----------------------------------------------------
 
 template <class T>

@@ -19,10 +19,11 @@
 //         double EP      P 3 terms 2^-27, Q 3 terms 2^-32
 //         float HA, LA   P 3 terms 2^-27, Q 3 terms 2^-32
 //         float EP       P 2 terms 2^-18, Q 1 term  2^-14
-//      The float HA kernels (and the float tangent) run the whole
-//      computation in double on two halves of the register and round once
-//      at the end; float LA and EP reduce in double and evaluate the
-//      polynomials on four float lanes.
+//      The float HA kernels run the whole computation in double on two
+//      halves of the register and round once at the end; float LA and EP
+//      (tangent included) reduce in float below |x| = 2^12 and in double
+//      above, lane by lane, and evaluate the polynomials on four float
+//      lanes (see "float LA and EP below 2^12").
 //   4. The quadrant k & 3 picks sin or cos and the sign by bit tricks on k's
 //      low bits; sin and tan are computed for |x| and given x's sign, so
 //      sin(-0) = -0 without special care.  Tan is sin/cos on even k and
@@ -457,6 +458,141 @@ inline F sin_cos_half_f(F x) {
   }
 }
 
+// ---- float LA and EP below 2^12: reduction in float --------------------------
+// For |x| < 2^12 the whole computation stays on four float lanes.  pi/2 in
+// three float pieces, the first two of 12 bits: the multiplier m (k, 2k or
+// 2j + 1) stays below 2^12, so m * c0 and m * c1 are exact and |x| - m * c0
+// is exact; when r is small the later subtractions cancel exactly
+// (Sterbenz), otherwise their roundings are small against r.  The pieces
+// hold 48 bits of pi/2, which a sweep of every float below the bound shows
+// to be enough for the nearest approaches to multiples of pi/2 there (the
+// double-reduced kernels need 2^28; a float reduction to that bound would
+// need far more pieces).  Lanes at or above the bound take the reduction in
+// double below: each lane's method follows from its own value, so the
+// result of an element never depends on its neighbours; the double path is
+// only computed for registers that hold such a lane.
+struct FSplit12 {
+  static constexpr float c0 = 0x1.922p+0f;
+  static constexpr float c1 = -0x1.2aep-18f;
+  static constexpr float c2 = -0x1.de973ep-31f;
+};
+// lanes with |x| >= 2^12 (and infinities, NaNs), on the bit patterns
+inline F fbig(F x) {
+  __m128i ab = _mm_and_si128(_mm_castps_si128(x), _mm_set1_epi32(INT32_MAX));
+  return _mm_castsi128_ps(_mm_cmpgt_epi32(ab, _mm_set1_epi32(0x457FFFFF)));
+}
+inline F fsub_mul(F a, F m, float c) { return _mm_sub_ps(a, _mm_mul_ps(m, fset(c))); }
+
+// Half turn (Sin LA/EP, Cos LA): as sin_cos_half_f with r formed in float.
+template <bool Cos, int S>
+[[gnu::always_inline]] inline F sin_cos_half_ff(F x) {
+  const F shifter = fset(0x1.8p23f);
+  F ax = fabs_(x);
+  F t = _mm_mul_ps(ax, fset(0x1.45f306p-2f));  // 1/pi
+  if constexpr (Cos) t = _mm_sub_ps(t, fset(0.5f));
+  F kd = _mm_add_ps(t, shifter);
+  __m128i k = _mm_castps_si128(kd);
+  F jf = _mm_sub_ps(kd, shifter);
+  F m = _mm_add_ps(jf, jf);
+  if constexpr (Cos) m = _mm_add_ps(m, fset(1.0f));
+  F r = fsub_mul(fsub_mul(fsub_mul(ax, m, FSplit12::c0), m, FSplit12::c1), m, FSplit12::c2);
+  F z = _mm_mul_ps(r, r);
+  F p = S == 2 ? fhorner<3>(z, kSinH3) : fhorner<4>(z, kSinH4);
+  F v = _mm_add_ps(r, _mm_mul_ps(_mm_mul_ps(r, z), p));
+  if constexpr (Cos) {
+    k = _mm_add_epi32(k, _mm_set1_epi32(1));
+    return _mm_xor_ps(v, _mm_castsi128_ps(_mm_slli_epi32(k, 31)));
+  } else {
+    return _mm_xor_ps(v, _mm_xor_ps(_mm_castsi128_ps(_mm_slli_epi32(k, 31)), fsign(x)));
+  }
+}
+
+// Quarter turn in float: r = |x| - k pi/2.  With Tail the second
+// subtraction's rounding error is kept (Fast2Sum: |a| >= |k c1|) and r comes
+// back as r + rl, rounded once.
+template <bool Tail>
+[[gnu::always_inline]] inline ReducedF reduce_ff(F ax, F &rl) {
+  const F shifter = fset(0x1.8p23f);
+  ReducedF o;
+  F kd = _mm_add_ps(_mm_mul_ps(ax, fset(0x1.45f306p-1f)), shifter);  // 2/pi
+  o.k = _mm_castps_si128(kd);
+  F kf = _mm_sub_ps(kd, shifter);
+  F a = fsub_mul(ax, kf, FSplit12::c0);
+  F k1 = _mm_mul_ps(kf, fset(FSplit12::c1));
+  if constexpr (!Tail) {
+    o.r = fsub_mul(_mm_sub_ps(a, k1), kf, FSplit12::c2);
+  } else {
+    F hi = _mm_sub_ps(a, k1);
+    F e = _mm_sub_ps(_mm_sub_ps(a, hi), k1);
+    F t = fsub_mul(e, kf, FSplit12::c2);
+    o.r = _mm_add_ps(hi, t);
+    rl = _mm_add_ps(_mm_sub_ps(hi, o.r), t);
+  }
+  o.z = _mm_mul_ps(o.r, o.r);
+  return o;
+}
+
+template <int S>
+[[gnu::always_inline]] inline F cos_ff(F x) {
+  F rl;
+  auto q = reduce_ff<false>(fabs_(x), rl);
+  F s, c;
+  sincos_f<S>(q, s, c);
+  return _mm_xor_ps(_mm_blendv_ps(c, s, fodd(q.k)), fquad_sign<1>(q.k));
+}
+template <int S>
+[[gnu::always_inline]] inline void sincos2_ff(F x, F &ys, F &yc) {
+  F rl;
+  auto q = reduce_ff<false>(fabs_(x), rl);
+  F s, c;
+  sincos_f<S>(q, s, c);
+  F odd = fodd(q.k);
+  ys = _mm_xor_ps(_mm_blendv_ps(s, c, odd), _mm_xor_ps(fquad_sign<0>(q.k), fsign(x)));
+  yc = _mm_xor_ps(_mm_blendv_ps(c, s, odd), fquad_sign<1>(q.k));
+}
+
+// Tangent: sin r and cos r by the quarter-turn polynomials, one division
+// (sin/cos on even k, -cos/sin on odd k).  LA carries r's tail into both
+// (sin(r + rl) ~ s + rl, cos(r + rl) ~ c - r rl): the tangent magnifies r's
+// relative error by up to pi/2, and with the plain chain the sweep found
+// 4.6 ulp; with the tail 3.3.  The float EP slot runs this LA kernel (sTan
+// shares LA and EP).
+[[gnu::always_inline]] inline F tan_ff(F x) {
+  using C = Cfg<float, 0>;
+  F rl;
+  auto q = reduce_ff<true>(fabs_(x), rl);
+  F sp = _mm_mul_ps(_mm_mul_ps(q.r, q.z), fhorner<C::ns>(q.z, C::sin_c()));
+  F cp = _mm_mul_ps(_mm_mul_ps(q.z, q.z), fhorner<C::nc>(q.z, C::cos_c()));
+  sp = _mm_add_ps(rl, sp);
+  cp = _mm_sub_ps(cp, _mm_mul_ps(q.r, rl));
+  F s = _mm_add_ps(q.r, sp);
+  F c = _mm_add_ps(_mm_sub_ps(fset(1.0f), _mm_mul_ps(fset(0.5f), q.z)), cp);
+  F odd = fodd(q.k);
+  F n = _mm_blendv_ps(s, _mm_xor_ps(c, fset(-0.0f)), odd);
+  F d = _mm_blendv_ps(c, s, odd);
+  return _mm_xor_ps(_mm_div_ps(n, d), fsign(x));
+}
+
+// The lanes at or above 2^12 of a fast-path result y replaced by the
+// double-reduced kernel's (out of line, run only for registers holding one).
+template <bool Cos, int S>
+[[gnu::noinline]] F slow_half(F x) { return sin_cos_half_f<Cos, S>(x); }
+template <int S>
+[[gnu::noinline]] F slow_cos(F x) { return cos_f<S>(x); }
+[[gnu::noinline]] inline F slow_tan(F x) {
+  return on_halves(x, [](D h) { return tan_d<Cfg<float, 0>>(h); });
+}
+template <int S>
+[[gnu::noinline]] void slow_sincos(F x, F &ys, F &yc) { sincos2_f<S>(x, ys, yc); }
+
+template <F (*Slow)(F)>
+[[gnu::always_inline]] inline F with_slow(F x, F y) {
+  F big = fbig(x);
+  if (_mm_movemask_ps(big)) [[unlikely]]
+    y = _mm_blendv_ps(y, Slow(x), big);
+  return y;
+}
+
 // Lanes for the per-element routine: |x| at or beyond the fast-path bound
 // (infinities and NaNs included), and with `sub` the nonzero subnormals.
 // Tested on the bit patterns so that denormals-are-zero cannot hide them.
@@ -485,10 +621,11 @@ inline int off_path(typename V<T>::reg x, bool sub) {
 
 struct Sin {
   template <class T, int S>
-  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+  [[gnu::always_inline]] static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
     using C = trig_detail::Cfg<T, S>;
     if constexpr (S != 1 && C::is_float)
-      return trig_detail::sin_cos_half_f<false, S>(x);
+      return trig_detail::with_slow<trig_detail::slow_half<false, S>>(
+          x, trig_detail::sin_cos_half_ff<false, S>(x));
     else if constexpr (S != 1)
       return trig_detail::sin_cos_half_d<false, S>(x);
     else if constexpr (C::is_float)
@@ -508,16 +645,17 @@ struct Sin {
 
 struct Cos {
   template <class T, int S>
-  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+  [[gnu::always_inline]] static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
     using C = trig_detail::Cfg<T, S>;
     // EP keeps the quarter turn: there cos 0 = 1 exactly, which the half
     // turn's short polynomial would miss (sin r at r = -pi/2)
     if constexpr (S == 0 && C::is_float)
-      return trig_detail::sin_cos_half_f<true, S>(x);
+      return trig_detail::with_slow<trig_detail::slow_half<true, S>>(
+          x, trig_detail::sin_cos_half_ff<true, S>(x));
     else if constexpr (S == 0)
       return trig_detail::sin_cos_half_d<true, S>(x);
     else if constexpr (S == 2 && C::is_float)
-      return trig_detail::cos_f<S>(x);
+      return trig_detail::with_slow<trig_detail::slow_cos<S>>(x, trig_detail::cos_ff<S>(x));
     else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::cos_d<C>(h); });
     else
@@ -536,9 +674,11 @@ struct Cos {
 
 struct Tan {
   template <class T, int S>
-  static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
+  [[gnu::always_inline]] static trig_detail::Rg<T> vec(trig_detail::Rg<T> x) {
     using C = trig_detail::Cfg<T, S>;
-    if constexpr (C::is_float)
+    if constexpr (C::is_float && S != 1)
+      return trig_detail::with_slow<trig_detail::slow_tan>(x, trig_detail::tan_ff(x));
+    else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::tan_d<C>(h); });
     else if constexpr (S == 0)
       return trig_detail::tan_d<trig_detail::PairReduction<C>>(x);
@@ -559,10 +699,17 @@ struct Tan {
 // the second; one reduction serves both.
 struct SinCos {
   template <class T, int S>
-  static void vec2(trig_detail::Rg<T> x, trig_detail::Rg<T> &ys, trig_detail::Rg<T> &yc) {
+  [[gnu::always_inline]] static void vec2(trig_detail::Rg<T> x, trig_detail::Rg<T> &ys, trig_detail::Rg<T> &yc) {
     using C = trig_detail::Cfg<T, S>;
     if constexpr (C::is_float && S != 1) {
-      trig_detail::sincos2_f<S>(x, ys, yc);
+      trig_detail::sincos2_ff<S>(x, ys, yc);
+      __m128 big = trig_detail::fbig(x);
+      if (_mm_movemask_ps(big)) [[unlikely]] {
+        __m128 s2, c2;
+        trig_detail::slow_sincos<S>(x, s2, c2);
+        ys = _mm_blendv_ps(ys, s2, big);
+        yc = _mm_blendv_ps(yc, c2, big);
+      }
     } else if constexpr (C::is_float) {
       __m128d s0, c0, s1, c1;
       trig_detail::sincos_d<C>(_mm_cvtps_pd(x), s0, c0);
