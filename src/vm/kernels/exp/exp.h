@@ -488,14 +488,49 @@ inline D2 expm1_d(D2 x) {
   const D2 sign = _mm_set1_pd(-0.0);
   return _mm_or_pd(_mm_andnot_pd(sign, y), _mm_and_pd(x, sign));
 }
+
+// e^x - 1 for float lanes below 88, in float arithmetic.  k = round(x / ln2)
+// (x clamped to -20 first: e^-20 is below half an ulp of 1, so the result
+// there is -1 as for any lower x), r = rh - rl with rh = x - k ln2_hi exact
+// (k ln2_hi is exact and within a factor of two of x) and rl = k ln2_lo, and
+//   e^x - 1 = (2^k - 1) + 2^k rh + 2^k (r^2 Q(r) - rl),
+// Q of degree 5 fitted to (e^r - 1 - r) / r^2 on |r| <= ln2/2 (2^-27.9
+// absolute).  2^k - 1 is exact for -24 <= k <= 24 and the first two terms
+// are added by a fast two-sum (|2^k - 1| >= |2^k rh| whenever k != 0), so
+// the cancellation near x = -ln2/2 .. -3 ln2/2 (result 2^k e^r - 1 well below
+// 2^k) costs nothing; at k = 0 the result is rh + r^2 Q(r), with rh = x
+// exact.  The sign of x is copied (-0 gives -0).
+inline F4 expm1_f(F4 x) {
+  const F4 sh = cf(kShiftF);
+  const F4 xc = _mm_max_ps(x, _mm_set1_ps(-20.0f));
+  const F4 s = _mm_add_ps(_mm_mul_ps(xc, cf(kLog2e)), sh);
+  const F4 k = _mm_sub_ps(s, sh);
+  const F4 rh = _mm_sub_ps(xc, _mm_mul_ps(k, cf(kLn2Hi)));
+  const F4 rl = _mm_mul_ps(k, cf(kLn2Lo));
+  const F4 r = _mm_sub_ps(rh, rl);
+  const F4 r2 = _mm_mul_ps(r, r);
+  static constexpr uint32_t q[6] = {0x3F000000, 0x3E2AAAAB, 0x3D2AAA75,
+                                    0x3C088863, 0x3AB6A18D, 0x3950A8B7};
+  F4 p = cf(q[5]);
+  for (int j = 4; j >= 0; --j) p = _mm_add_ps(_mm_mul_ps(p, r), cf(q[j]));
+  // 2^k: the low bits of s's pattern hold k
+  const F4 th = _mm_castsi128_ps(
+      _mm_add_epi32(_mm_slli_epi32(_mm_castps_si128(s), 23), _mm_set1_epi32(0x3F800000)));
+  const F4 t = _mm_sub_ps(th, _mm_set1_ps(1.0f));
+  const F4 sv = _mm_mul_ps(th, rh);
+  const F4 hi = _mm_add_ps(t, sv);
+  const F4 err = _mm_sub_ps(sv, _mm_sub_ps(hi, t));
+  const F4 lo = _mm_mul_ps(th, _mm_sub_ps(_mm_mul_ps(r2, p), rl));
+  const F4 y = _mm_add_ps(hi, _mm_add_ps(lo, err));
+  const F4 sign = _mm_set1_ps(-0.0f);
+  return _mm_or_ps(y, _mm_and_ps(x, sign));
+}
 }  // namespace expk
 
 struct Expm1 {
   template <class T, int S> static auto vec(typename V<T>::reg x) {
     if constexpr (std::is_same_v<T, float>) {
-      D2 lo = expk::expm1_d<false>(_mm_cvtps_pd(x));
-      D2 hi = expk::expm1_d<false>(_mm_cvtps_pd(_mm_movehl_ps(x, x)));
-      return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
+      return expk::expm1_f(x);
     } else {
       return expk::expm1_d<true>(x);
     }
