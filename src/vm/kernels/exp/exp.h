@@ -511,8 +511,10 @@ inline F4 expm1_f(F4 x) {
   const F4 r2 = _mm_mul_ps(r, r);
   static constexpr uint32_t q[6] = {0x3F000000, 0x3E2AAAAB, 0x3D2AAA75,
                                     0x3C088863, 0x3AB6A18D, 0x3950A8B7};
-  F4 p = cf(q[5]);
-  for (int j = 4; j >= 0; --j) p = _mm_add_ps(_mm_mul_ps(p, r), cf(q[j]));
+  // Estrin's scheme (Horner's chain made the loop latency-bound)
+  auto lin = [&](uint32_t a, uint32_t b) { return _mm_add_ps(cf(a), _mm_mul_ps(r, cf(b))); };
+  const F4 p = _mm_add_ps(lin(q[0], q[1]),
+                          _mm_mul_ps(r2, _mm_add_ps(lin(q[2], q[3]), _mm_mul_ps(r2, lin(q[4], q[5])))));
   // 2^k: the low bits of s's pattern hold k
   const F4 th = _mm_castsi128_ps(
       _mm_add_epi32(_mm_slli_epi32(_mm_castps_si128(s), 23), _mm_set1_epi32(0x3F800000)));

@@ -336,17 +336,23 @@ inline constexpr FLogConst kFLogE = {
 // at most about log_b(e) / 3, below it; for k = 0 the sum is fh Lh itself.
 template <int B, bool C = false>
 inline __m128 logf_fast(__m128 u, __m128 corr = _mm_setzero_ps()) {
-  const FLogConst &c = B == k2 ? kFLog2 : B == k10 ? kFLog10 : kFLogE;
+  constexpr const FLogConst &c = B == k2 ? kFLog2 : B == k10 ? kFLog10 : kFLogE;
   const __m128i iu = _mm_castps_si128(u);
   const __m128i k = _mm_srai_epi32(_mm_add_epi32(iu, _mm_set1_epi32(int(0xC0D55555u))), 23);
   const __m128 m = _mm_castsi128_ps(_mm_sub_epi32(iu, _mm_slli_epi32(k, 23)));
   const __m128 f = _mm_sub_ps(m, _mm_set1_ps(1.0f));
   const __m128 kf = _mm_cvtepi32_ps(k);
-  __m128 t = f1(c.c[8]);
-  for (size_t j = 8; j-- > 0;) t = _mm_add_ps(_mm_mul_ps(t, f), f1(c.c[j]));
-  __m128 q = _mm_mul_ps(f, t);
-  if constexpr (B != kE) q = _mm_add_ps(q, f1(c.Ll));
-  __m128 lo = _mm_mul_ps(f, q);
+  // Estrin's scheme: Horner's nine dependent steps made the loop latency-bound
+  auto lin = [&](uint32_t a, uint32_t b) { return _mm_add_ps(f1(a), _mm_mul_ps(f, f1(b))); };
+  const __m128 f2 = _mm_mul_ps(f, f);
+  const __m128 f4 = _mm_mul_ps(f2, f2);
+  const __m128 p03 = _mm_add_ps(lin(c.c[0], c.c[1]), _mm_mul_ps(f2, lin(c.c[2], c.c[3])));
+  __m128 p48 = _mm_add_ps(lin(c.c[4], c.c[5]), _mm_mul_ps(f2, lin(c.c[6], c.c[7])));
+  p48 = _mm_add_ps(p48, _mm_mul_ps(f4, f1(c.c[8])));
+  const __m128 t = _mm_add_ps(p03, _mm_mul_ps(f4, p48));
+  // lo = f (Ll + f t)
+  __m128 lo = _mm_mul_ps(f2, t);
+  if constexpr (B != kE) lo = _mm_add_ps(lo, _mm_mul_ps(f, f1(c.Ll)));
   __m128 hi;
   if constexpr (B == kE) {
     hi = f;
