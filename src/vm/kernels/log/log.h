@@ -302,75 +302,68 @@ inline __m128 widen(__m128 x, F core) {
 
 // ---- float Log2, Log10, Log1p -------------------------------------------------
 
-// log(1 + f) = f + f^2 R(f) on |f| <= 1/3 (the float Ln reduction): R of
-// degree 8, fitted for absolute error (about 2^-25 on R, a fifth of an ulp of
-// the result where it is largest, at f = +-1/3), times log_b(e) per base.
-struct FLogConst {
-  uint32_t Lh, Ll;  // log_b(e) = Lh + Ll, Lh with 12 significant bits
-  uint32_t Kh, Kl;  // log_b(2) = Kh + Kl, Kh with 16 significant bits
-  std::array<uint32_t, 9> c;  // log_b(e) R(f), constant term first
-};
-inline constexpr FLogConst kFLog2 = {
-    0x3FB8B000, 0xB9389AD4, 0x3F800000, 0x00000000,
-    {0xBF38AA3B, 0x3EF63831, 0xBEB8A9ED, 0x3E93C93B, 0xBE766386, 0x3E4FA030, 0xBE3485D7,
-     0x3E4B3A64, 0xBE3C1FC6}};
-inline constexpr FLogConst kFLog10 = {
-    0x3EDE6000, 0xB804EAD9, 0x3E9A2100, 0xB64AF608,
-    {0xBE5E5BD9, 0x3E143D29, 0xBDDE5B7B, 0x3DB1F3C0, 0xBD945740, 0x3D7A019D, 0xBD595F03,
-     0x3D74B604, 0xBD628626}};
-inline constexpr FLogConst kFLogE = {
-    0x3F800000, 0x00000000, kLn2Hi, kLn2Lo,
-    {0xBF000000, 0x3EAAAA96, 0xBE7FFF94, 0x3E4CDFFF, 0xBE2AC89F, 0x3E0FEA4A, 0xBDFA41FD,
-     0x3E0CDDF2, 0xBE0265D0}};
+// log(1 + f) = f - f^2 / 2 + f^3 S(f) on f in [sqrt(2)/2 - 1, sqrt(2) - 1]:
+// S of degree 8, fitted for absolute error (with the coefficients rounded to
+// float, 2^-26.8 to 2^-26.2 on -1/2 + f S per base: a few hundredths of an
+// ulp of the result), times log_b(e) per base.  The interval is centred on 1
+// in the logarithm rather than in f (float Ln uses [2/3, 4/3)).
+inline constexpr std::array<uint32_t, 9> kFLog2 = {0x3EF6384E, 0xBEB8AA36, 0x3E93BCB9,
+                                                   0xBE763F2B, 0x3E528462, 0xBE3759D5,
+                                                   0x3E2C471F, 0xBE2AF192, 0x3DD33FDA};
+inline constexpr std::array<uint32_t, 9> kFLog10 = {0x3E143D3A, 0xBDDE5BD2, 0x3DB1E4B0,
+                                                    0xBD94415C, 0x3D7D7CE5, 0xBD5CC6C7,
+                                                    0x3D4F7172, 0xBD4DD62F, 0x3CFE5EA2};
+inline constexpr std::array<uint32_t, 9> kFLogE = {0x3EAAAAAA, 0xBE7FFFF9, 0x3E4CCEA8,
+                                                   0xBE2AAF6C, 0x3E11EB5A, 0xBDFE2DA6,
+                                                   0x3DEED3E8, 0xBDECFA6B, 0x3D926D4C};
 
-// log_b(u) + corr (corr in natural-log units, base e only, when C is true),
-// in float arithmetic with one compensated addition.  u = 2^k (1 + f) as in
-// float Ln (f exact).  The result is split as
-//   hi = k Kh + fh Lh       (fh = f to 12 bits, so fh Lh is exact; k Kh is
-//                            exact; their sum is taken with its error)
-//   lo = fl Lh + f (Ll + f log_b(e) R(f)) + k Kl + corr
-// so that the only roundings of size comparable to the result's ulp are the
-// two-sum's and the last addition; everything in lo is at most about a fifth
-// of the result, and its rounding errors are some hundredths of an ulp.  The
-// fast two-sum is exact: for k != 0 |k Kh| is at least log_b(2) and |fh Lh|
-// at most about log_b(e) / 3, below it; for k = 0 the sum is fh Lh itself.
+// log_b(u) + corr (corr in natural-log units, base e only, when C is true).
+// u = 2^k (1 + f): the pattern of u minus that of sqrt(2)/2, shifted right
+// by 23, is k, and f is exact (by Sterbenz's lemma below 1).  t = log_b(e)
+// S(f) is evaluated in float; then, in double,
+//   k log_b(2) + f log_b(e) - f^2 log_b(e) / 2 + f^3 t (+ corr)
+// where f^2 and f^3 are exact and the other terms are rounded far below a
+// float ulp: what is left is t's float rounding (relative, on a term at most
+// a twelfth of the result), the fit's error and the final conversion.
+// Measured on the way: in float throughout, with the leading sum split so
+// that only a two-sum and the last addition rounded at the result's scale,
+// sLog2 reached 1.08 ulp on [2/3, 4/3) and 1.39 ulp on this interval (where
+// log2 u is just below 1/2 and f^2 / 2 a third of it); with only the
+// k, f terms in double and f^2 (-1/2 + f S) in float, 1.29 ulp.
 template <int B, bool C = false>
 inline __m128 logf_fast(__m128 u, __m128 corr = _mm_setzero_ps()) {
-  constexpr const FLogConst &c = B == k2 ? kFLog2 : B == k10 ? kFLog10 : kFLogE;
+  constexpr const std::array<uint32_t, 9> &c = B == k2 ? kFLog2 : B == k10 ? kFLog10 : kFLogE;
   const __m128i iu = _mm_castps_si128(u);
-  const __m128i k = _mm_srai_epi32(_mm_add_epi32(iu, _mm_set1_epi32(int(0xC0D55555u))), 23);
+  // k = (bits(u) - bits(sqrt(2)/2)) >> 23: m = u 2^-k in [sqrt(2)/2, sqrt(2))
+  const __m128i k = _mm_srai_epi32(_mm_add_epi32(iu, _mm_set1_epi32(int(0xC0CAFB0Du))), 23);
   const __m128 m = _mm_castsi128_ps(_mm_sub_epi32(iu, _mm_slli_epi32(k, 23)));
   const __m128 f = _mm_sub_ps(m, _mm_set1_ps(1.0f));
-  const __m128 kf = _mm_cvtepi32_ps(k);
   // Estrin's scheme: Horner's nine dependent steps made the loop latency-bound
   auto lin = [&](uint32_t a, uint32_t b) { return _mm_add_ps(f1(a), _mm_mul_ps(f, f1(b))); };
   const __m128 f2 = _mm_mul_ps(f, f);
   const __m128 f4 = _mm_mul_ps(f2, f2);
-  const __m128 p03 = _mm_add_ps(lin(c.c[0], c.c[1]), _mm_mul_ps(f2, lin(c.c[2], c.c[3])));
-  __m128 p48 = _mm_add_ps(lin(c.c[4], c.c[5]), _mm_mul_ps(f2, lin(c.c[6], c.c[7])));
-  p48 = _mm_add_ps(p48, _mm_mul_ps(f4, f1(c.c[8])));
+  const __m128 p03 = _mm_add_ps(lin(c[0], c[1]), _mm_mul_ps(f2, lin(c[2], c[3])));
+  __m128 p48 = _mm_add_ps(lin(c[4], c[5]), _mm_mul_ps(f2, lin(c[6], c[7])));
+  p48 = _mm_add_ps(p48, _mm_mul_ps(f4, f1(c[8])));
   const __m128 t = _mm_add_ps(p03, _mm_mul_ps(f4, p48));
-  // lo = f (Ll + f t)
-  __m128 lo = _mm_mul_ps(f2, t);
-  if constexpr (B != kE) lo = _mm_add_ps(lo, _mm_mul_ps(f, f1(c.Ll)));
-  __m128 hi;
-  if constexpr (B == kE) {
-    hi = f;
-  } else {
-    const __m128 fh = _mm_and_ps(f, f1(0xFFFFF000u));
-    const __m128 fl = _mm_sub_ps(f, fh);
-    hi = _mm_mul_ps(fh, f1(c.Lh));
-    lo = _mm_add_ps(lo, _mm_mul_ps(fl, f1(c.Lh)));
-  }
-  if constexpr (C) lo = _mm_add_ps(lo, corr);
-  __m128 kh = kf;
-  if constexpr (B != k2) {
-    kh = _mm_mul_ps(kf, f1(c.Kh));
-    lo = _mm_add_ps(lo, _mm_mul_ps(kf, f1(c.Kl)));
-  }
-  const __m128 s = _mm_add_ps(kh, hi);
-  const __m128 err = _mm_sub_ps(hi, _mm_sub_ps(s, kh));
-  return _mm_add_ps(s, _mm_add_ps(lo, err));
+  auto half = [&](__m128 fv, __m128 tv, __m128i kv, __m128 cv) {
+    const __m128d fd = _mm_cvtps_pd(fv);
+    const __m128d f2d = _mm_mul_pd(fd, fd);
+    __m128d lo = _mm_add_pd(_mm_mul_pd(f2d, d1(-0.5 * DConst<B>::Md)),
+                            _mm_mul_pd(_mm_mul_pd(f2d, fd), _mm_cvtps_pd(tv)));
+    if constexpr (C) lo = _mm_add_pd(lo, _mm_cvtps_pd(cv));
+    const __m128d kd = _mm_cvtepi32_pd(kv);
+    __m128d lead = _mm_mul_pd(fd, d1(DConst<B>::Md));
+    if constexpr (B == k2)
+      lead = _mm_add_pd(lead, kd);
+    else
+      lead = _mm_add_pd(lead, _mm_mul_pd(kd, d1(DConst<B>::Kd)));
+    return _mm_cvtpd_ps(_mm_add_pd(lead, lo));
+  };
+  const __m128 r0 = half(f, t, k, corr);
+  const __m128 r1 = half(_mm_movehl_ps(f, f), _mm_movehl_ps(t, t), _mm_shuffle_epi32(k, 0xEE),
+                         C ? _mm_movehl_ps(corr, corr) : corr);
+  return _mm_movelh_ps(r0, r1);
 }
 
 // Lanes for which Log1p leaves the fast path: x <= -1, NaN, +inf, and |x|
