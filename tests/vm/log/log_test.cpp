@@ -334,27 +334,31 @@ TEST(LogSpecial, SmallestSubnormalAndLargestFiniteFloatLn) {
 
 #if QOR_HAVE_MPFR
 // The float Log2, Log10 and Log1p kernels (one kernel in every slot, 1 ulp)
-// at the edges of their reduction u = 2^k m, m in [2/3, 4/3): u next to
-// 2/3 2^k and 4/3 2^k for every binade, where |f| = |m - 1| is largest, the
-// k Kh + f Lh two-sum is closest to cancelling (k = 1, m = 2/3) and the
-// polynomial's error is largest.  For Log1p u = 1 + x, so the arguments are
-// those points minus 1 (and the huge ones where e / u is capped).  Both
-// layouts.
+// at the edges of their reduction u = 2^k m, m in [sqrt(2)/2, sqrt(2)): u
+// next to sqrt(2)/2 2^k and sqrt(2) 2^k for every binade, where |f| =
+// |m - 1| is largest and so are the fit's error and the f^2, f^3 terms
+// against the result (k = 1 at the lower edge, k = 0 at the upper), and
+// next to 2/3 2^k and 4/3 2^k (the reduction of float Ln).  For Log1p
+// u = 1 + x, so the arguments are those points minus 1 (and the huge ones
+// where e / u is capped).  Both layouts.
 void check_float_edges(Fn f) {
   std::vector<float> x;
   auto around = [&](float c, int w) {
     for (int k = -w; k <= w; ++k) x.push_back(step(c, k));
   };
-  for (int e = -126; e <= 127; ++e) {
-    const float a = std::ldexp(2.0f / 3, e), b = std::ldexp(4.0f / 3, e);
-    if (f == kLog1p) {
-      if (a - 1 > -1 && std::isfinite(a)) around(a - 1, 3);
-      if (std::isfinite(b)) around(b - 1, 3);
-    } else {
-      if (a >= std::numeric_limits<float>::min() && std::isfinite(a)) around(a, 3);
-      if (std::isfinite(b)) around(b, 3);
+  // (lower, upper) edge pairs: sqrt(2)/2 and sqrt(2) as floats, 2/3 and 4/3
+  const float edges[2][2] = {{0.70710677f, 1.4142135f}, {2.0f / 3, 4.0f / 3}};
+  for (int e = -126; e <= 127; ++e)
+    for (const auto &pair : edges) {
+      const float a = std::ldexp(pair[0], e), b = std::ldexp(pair[1], e);
+      if (f == kLog1p) {
+        if (a - 1 > -1 && std::isfinite(a)) around(a - 1, 3);
+        if (std::isfinite(b)) around(b - 1, 3);
+      } else {
+        if (a >= std::numeric_limits<float>::min() && std::isfinite(a)) around(a, 3);
+        if (std::isfinite(b)) around(b, 3);
+      }
     }
-  }
   if (f == kLog1p)
     for (float c : {0x1p24f, 0x1p60f, 0x1p100f, 0x1p127f}) around(c, 3);
   std::vector<float> in;
