@@ -403,20 +403,6 @@ inline __m128 log1p_tame(__m128 x) {
   return _mm_andnot_ps(_mm_castsi128_ps(bad), x);
 }
 
-// log1p for float lanes: u = 1 + x rounded and its exact error e (the larger
-// of 1 and x minus what the smaller lost; x > -1 on the fast path, so the
-// larger in value is the larger in magnitude), log1p x = log u + e / u to
-// far below an ulp.  The division is by u capped at 2^60, which keeps the
-// quotient out of the subnormal range for huge x (where it is negligible).
-inline __m128 log1p_f(__m128 x) {
-  const __m128 xt = log1p_tame(x);
-  const __m128 one = _mm_set1_ps(1.0f);
-  const __m128 u = _mm_add_ps(one, xt);
-  const __m128 e = _mm_sub_ps(_mm_min_ps(xt, one), _mm_sub_ps(u, _mm_max_ps(xt, one)));
-  const __m128 corr = _mm_div_ps(e, _mm_min_ps(u, _mm_set1_ps(0x1p60f)));
-  return logf_fast<kE, true>(u, corr);
-}
-
 inline __m128d log1p_special_d(__m128d x) {
   const __m128i ix = _mm_castpd_si128(x);
   const __m128i ax = _mm_and_si128(ix, q1(0x7FFFFFFFFFFFFFFFull));
@@ -528,7 +514,14 @@ struct Log1p {
   template <class T, int S>
   static R<T> vec(R<T> x) {
     if constexpr (sizeof(T) == 4) {
-      return logk::log1p_f(x);
+      // Widened to the double core: the float path of Log2 with e / u added
+      // (logk::logf_fast<kE, true>) measured 4.8 cycles against 4.4 here.
+      return logk::widen<logk::kE>(logk::log1p_tame(x), [](__m128d v) {
+        const __m128d one = _mm_set1_pd(1.0);
+        const __m128d u = _mm_add_pd(one, v);
+        const __m128d e = _mm_sub_pd(v, _mm_sub_pd(u, one));
+        return logk::dlog<logk::kE, 2, true>(u, e);
+      });
     } else {
       return logk::log1p_d<S>(x);
     }
