@@ -359,8 +359,13 @@ void check_float_edges(Fn f) {
         if (std::isfinite(b)) around(b, 3);
       }
     }
-  if (f == kLog1p)
-    for (float c : {0x1p24f, 0x1p60f, 0x1p100f, 0x1p127f}) around(c, 3);
+  if (f == kLog1p) {
+    for (float c : {0x1p24f, 0x1p60f, 0x1p100f, 0x1p127f, 9.0072e15f}) around(c, 3);
+    // where 1 + x rounds in double (the widened kernel once took x - (u - 1)
+    // as u's error there: 262144 ulp)
+    for (int e = 50; e <= 70; ++e)
+      for (int i = 1; i < 64; i += 3) x.push_back(std::ldexp(1.0f + float(i) / 64, e));
+  }
   std::vector<float> in;
   for (float v : x)
     if (std::isfinite(v) && (f == kLog1p ? v > -1 && std::fabs(v) >= std::numeric_limits<float>::min()
