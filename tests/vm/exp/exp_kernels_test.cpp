@@ -6,6 +6,7 @@
 // long double functions within the slot's bound.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -344,6 +345,42 @@ TEST(ExpKernels, ResultsDoNotDependOnPositionOrLayout) {
     for (int slot = 0; slot < 3; ++slot) {
       position_independent<float>(Func(f), slot);
       position_independent<double>(Func(f), slot);
+    }
+}
+
+// The float Expm1 kernel's region edges, in both layouts and every slot (one
+// kernel, so the 1-ulp bound holds in each): the points where
+// k = round(x / ln2) changes, (j + 1/2) ln2, with their neighbours (there the
+// reduced argument is largest and 2^k - 1 cancels most against 2^k r for
+// negative x), the k = 23 .. 27 range where 2^k - 1 stops being exact, the
+// clamp at -20, the last lanes below the overflow cut at 88 and tiny
+// arguments, where the result is x plus x^2 / 2.
+TEST(ExpKernels, FloatExpm1RegionEdgesWithinOneUlp) {
+  std::vector<float> x;
+  auto around = [&](float c, int w) {
+    float lo = c, hi = c;
+    for (int i = 0; i < w; ++i) lo = dn(lo), hi = up(hi);
+    for (float v = lo; v <= hi; v = up(v)) x.push_back(v);
+  };
+  for (int j = -31; j <= 126; ++j) around(float((j + 0.5L) * 0.693147180559945309417L), 6);
+  for (float c : {-20.0f, 16.6355f, 17.3287f, -16.6355f, -17.3287f, 88.0f, 87.99f}) around(c, 6);
+  // across the k = 23 .. 27 intervals (2^k - 1 rounds from k = 25 on; 17.0939
+  // was 1.07 ulp off before its rounding error was carried)
+  for (int i = 0; i <= 2000; ++i) x.push_back(15.6f + 3.4f * float(i) / 2000);
+  around(17.0939f, 6);
+  for (int e = -126; e <= -1; e += 5) {
+    around(std::ldexp(1.0f, e), 2);
+    around(-std::ldexp(1.0f, e), 2);
+  }
+  x.erase(std::remove_if(x.begin(), x.end(), [](float v) { return !(v < 88.0f); }), x.end());
+  for (bool strided : {false, true})
+    for (int slot = 0; slot < 3; ++slot) {
+      const std::vector<float> r = run<float>(kExpm1, slot, strided, x);
+      for (size_t i = 0; i < x.size(); ++i) {
+        const ld ref = expm1l(ld(x[i]));
+        EXPECT_LE(ulps<float>(r[i], double(ref)), 1.0)
+            << "x " << x[i] << " slot " << slot << (strided ? " strided" : "") << " got " << r[i];
+      }
     }
 }
 

@@ -332,6 +332,70 @@ TEST(LogSpecial, SmallestSubnormalAndLargestFiniteFloatLn) {
 }
 #endif
 
+#if QOR_HAVE_MPFR
+// The float Log2, Log10 and Log1p kernels (one kernel in every slot, 1 ulp)
+// at the edges of their reduction u = 2^k m, m in [sqrt(2)/2, sqrt(2)): u
+// next to sqrt(2)/2 2^k and sqrt(2) 2^k for every binade, where |f| =
+// |m - 1| is largest and so are the fit's error and the f^2, f^3 terms
+// against the result (k = 1 at the lower edge, k = 0 at the upper), and
+// next to 2/3 2^k and 4/3 2^k (the reduction of float Ln).  For Log1p
+// u = 1 + x, so the arguments are those points minus 1 (and the huge ones
+// where e / u is capped).  Both layouts.
+void check_float_edges(Fn f) {
+  std::vector<float> x;
+  auto around = [&](float c, int w) {
+    for (int k = -w; k <= w; ++k) x.push_back(step(c, k));
+  };
+  // (lower, upper) edge pairs: sqrt(2)/2 and sqrt(2) as floats, 2/3 and 4/3
+  const float edges[2][2] = {{0.70710677f, 1.4142135f}, {2.0f / 3, 4.0f / 3}};
+  for (int e = -126; e <= 127; ++e)
+    for (const auto &pair : edges) {
+      const float a = std::ldexp(pair[0], e), b = std::ldexp(pair[1], e);
+      if (f == kLog1p) {
+        if (a - 1 > -1 && std::isfinite(a)) around(a - 1, 3);
+        if (std::isfinite(b)) around(b - 1, 3);
+      } else {
+        if (a >= std::numeric_limits<float>::min() && std::isfinite(a)) around(a, 3);
+        if (std::isfinite(b)) around(b, 3);
+      }
+    }
+  if (f == kLog1p) {
+    for (float c : {0x1p24f, 0x1p60f, 0x1p100f, 0x1p127f, 9.0072e15f}) around(c, 3);
+    // where 1 + x rounds in double (the widened kernel once took x - (u - 1)
+    // as u's error there: 262144 ulp)
+    for (int e = 50; e <= 70; ++e)
+      for (int i = 1; i < 64; i += 3) x.push_back(std::ldexp(1.0f + float(i) / 64, e));
+  }
+  std::vector<float> in;
+  for (float v : x)
+    if (std::isfinite(v) && (f == kLog1p ? v > -1 && std::fabs(v) >= std::numeric_limits<float>::min()
+                                         : v >= std::numeric_limits<float>::min()))
+      in.push_back(v);
+  const int n = int(in.size());
+  std::vector<float> a(2 * n), r(3 * n);
+  for (int i = 0; i < n; ++i) a[2 * i] = in[i];
+  for (int slot = 0; slot < 3; ++slot)
+    for (bool strided : {false, true}) {
+      if (strided)
+        run_strided<float>(f, slot, n, a.data(), 2, r.data(), 3);
+      else
+        run<float>(f, slot, n, in.data(), r.data());
+      double worst = 0;
+      float wx = 0;
+      for (int i = 0; i < n; ++i) {
+        const double e = mpfr_ulps<float>(f, in[i], r[strided ? 3 * i : i]);
+        if (e > worst) worst = e, wx = in[i];
+      }
+      EXPECT_LE(worst, 1.0) << report_name(f, 's') << " slot " << slot
+                            << (strided ? " strided" : "") << " worst at " << wx;
+    }
+}
+class LogFloatEdges : public ::testing::TestWithParam<Fn> {};
+TEST_P(LogFloatEdges, OneUlpEverySlotBothLayouts) { check_float_edges(GetParam()); }
+INSTANTIATE_TEST_SUITE_P(FloatOneKernel, LogFloatEdges, ::testing::Values(kLog2, kLog10, kLog1p),
+                         [](const auto &i) { return std::string(kNames[i.param]); });
+#endif
+
 // ---- mixed vectors: reports, indices, layouts, body and tail -------------------
 
 template <class T>

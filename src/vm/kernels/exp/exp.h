@@ -488,14 +488,57 @@ inline D2 expm1_d(D2 x) {
   const D2 sign = _mm_set1_pd(-0.0);
   return _mm_or_pd(_mm_andnot_pd(sign, y), _mm_and_pd(x, sign));
 }
+
+// e^x - 1 for float lanes below 88.  k = round(x / ln2) (x clamped to -20
+// first: e^-20 is below half an ulp of 1, so the result there is -1 as for
+// any lower x), r = rh - rl with rh = x - k ln2_hi exact and rl = k ln2_lo,
+// Q1 of degree 4 in float (Q = 1/2 + r Q1 fitted to (e^r - 1 - r) / r^2 on
+// |r| <= ln2/2, 2^-27.9 absolute), then in double
+//   (2^k - 1) + 2^k (r + r^2 / 2 + r^3 Q1),
+// rounded once.  All in float, with 2^k - 1 + 2^k rh by a fast two-sum and
+// the rest added last, the roundings of the r^2 Q term reached 1.05 ulp
+// (x = 0.365648, k = 1, where the result is 0.44 and 2^k r^2 Q a quarter of
+// it).  The sign of x is copied (-0 gives -0).
+inline F4 expm1_f(F4 x) {
+  const F4 sh = cf(kShiftF);
+  const F4 xc = _mm_max_ps(x, _mm_set1_ps(-20.0f));
+  const F4 s = _mm_add_ps(_mm_mul_ps(xc, cf(kLog2e)), sh);
+  const F4 k = _mm_sub_ps(s, sh);
+  const F4 rh = _mm_sub_ps(xc, _mm_mul_ps(k, cf(kLn2Hi)));
+  const F4 rl = _mm_mul_ps(k, cf(kLn2Lo));
+  const F4 r = _mm_sub_ps(rh, rl);
+  const F4 r2 = _mm_mul_ps(r, r);
+  // Q1 = (Q - 1/2) / r, Estrin (Horner's chain made the loop latency-bound)
+  static constexpr uint32_t q[6] = {0x3F000000, 0x3E2AAAAB, 0x3D2AAA75,
+                                    0x3C088863, 0x3AB6A18D, 0x3950A8B7};
+  auto lin = [&](uint32_t a, uint32_t b) { return _mm_add_ps(cf(a), _mm_mul_ps(r, cf(b))); };
+  const F4 q1 = _mm_add_ps(lin(q[1], q[2]),
+                           _mm_mul_ps(r2, _mm_add_ps(lin(q[3], q[4]), _mm_mul_ps(r2, cf(q[5])))));
+  // 2^k: the low bits of s's pattern hold k
+  const F4 th = _mm_castsi128_ps(
+      _mm_add_epi32(_mm_slli_epi32(_mm_castps_si128(s), 23), _mm_set1_epi32(0x3F800000)));
+  // The rest in double: r = rh - rl, e^r - 1 = r + r^2 / 2 + r^3 Q1 and
+  // (2^k - 1) + 2^k (e^r - 1), all rounded far below a float ulp but for
+  // Q1's float rounding (on r^3 Q1, at most a twentieth of the result).
+  auto half = [&](F4 rhv, F4 rlv, F4 qv, F4 tv) {
+    const D2 rd = _mm_sub_pd(_mm_cvtps_pd(rhv), _mm_cvtps_pd(rlv));
+    const D2 rd2 = _mm_mul_pd(rd, rd);
+    const D2 p = _mm_add_pd(_mm_set1_pd(0.5), _mm_mul_pd(rd, _mm_cvtps_pd(qv)));
+    const D2 em1 = _mm_add_pd(rd, _mm_mul_pd(rd2, p));
+    const D2 td = _mm_cvtps_pd(tv);
+    return _mm_cvtpd_ps(_mm_add_pd(_mm_sub_pd(td, _mm_set1_pd(1.0)), _mm_mul_pd(td, em1)));
+  };
+  const F4 y = _mm_movelh_ps(half(rh, rl, q1, th), half(_mm_movehl_ps(rh, rh), _mm_movehl_ps(rl, rl),
+                                                        _mm_movehl_ps(q1, q1), _mm_movehl_ps(th, th)));
+  const F4 sign = _mm_set1_ps(-0.0f);
+  return _mm_or_ps(y, _mm_and_ps(x, sign));
+}
 }  // namespace expk
 
 struct Expm1 {
   template <class T, int S> static auto vec(typename V<T>::reg x) {
     if constexpr (std::is_same_v<T, float>) {
-      D2 lo = expk::expm1_d<false>(_mm_cvtps_pd(x));
-      D2 hi = expk::expm1_d<false>(_mm_cvtps_pd(_mm_movehl_ps(x, x)));
-      return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
+      return expk::expm1_f(x);
     } else {
       return expk::expm1_d<true>(x);
     }
