@@ -618,8 +618,9 @@ TEST(TrigFloatLimit, ResultIndependentOfNeighboursAcrossTheLimit) {
           run<float>(f, slot, 1, &x[size_t(i)], &one1, &one2);
           EXPECT_EQ(bits(r1[size_t(i * inc)]), bits(one1))
               << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
-          if (f == Fn::SinCos)
+          if (f == Fn::SinCos) {
             EXPECT_EQ(bits(r2[size_t(i * inc)]), bits(one2)) << "SinCos cos x " << x[size_t(i)];
+          }
         }
       }
 }
