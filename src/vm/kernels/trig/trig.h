@@ -252,6 +252,61 @@ inline void sincos_d(D x, D &ys, D &yc) {
   yc = _mm_xor_pd(_mm_blendv_pd(c, s, odd), quad_sign<1>(q.k));
 }
 
+// ---- double HA Sin and Cos: one polynomial per lane ------------------------
+// Each lane needs either sin r or cos r (k's parity), never both.  Both have
+// the form A + (B + M W(z)), with the leading term A and the small B computed
+// for both and picked by a blend, and the six-term polynomial W = P (sine,
+// M = r z) or Q (cosine, M = z^2) evaluated once with per-lane coefficients:
+// the table holds the coefficient pairs for each of the four combinations of
+// the two lanes' choices, so the register of coefficients is one aligned load
+// (folded into the arithmetic) from the row picked by the lanes' mask; a lane
+// gets its own coefficients whatever its neighbour needs.
+//   sine:   A = r, B = rr (1 - z/2), z = r^2 rounded.  The rounding of z only
+//           enters r z P, at most 0.103 of |r|, so plain double is enough
+//           there: the correction term's few roundings stay below 0.25 ulp.
+//   cosine: h = z/2, A = 1 - h rounded, B = ((1 - A) - h) - r rr, where
+//           1 - A is exact (Sterbenz), so 1 - h is carried exactly; z is not
+//           squared exactly: h <= 0.309 has ulp <= 2^-54 while the result
+//           >= 0.706 has ulp 2^-53, so z's rounding costs <= 0.25 ulp.
+struct HaCfg : Cfg<double, 1> {
+  static constexpr bool exact_sq = false;
+};
+struct alignas(16) HaTab {
+  double c[4][6][2];  // [mask: bit l set = lane l takes the cosine][term][lane]
+};
+constexpr HaTab make_ha_tab() {
+  HaTab t{};
+  for (int m = 0; m < 4; ++m)
+    for (int i = 0; i < 6; ++i)
+      for (int l = 0; l < 2; ++l) t.c[m][i][l] = (m >> l) & 1 ? kCos6[i] : kSin6[i];
+  return t;
+}
+inline constexpr HaTab kHaTab = make_ha_tab();
+
+template <bool Cos>
+inline D sin_cos_ha(D x) {
+  auto q = reduce<HaCfg>(abs_of(x));
+  // lanes taking the cosine polynomial: odd k for Sin, even k for Cos
+  D usec = odd_mask(q.k);
+  if constexpr (Cos) usec = _mm_xor_pd(usec, set(-0.0));
+  const double(*c)[2] = kHaTab.c[_mm_movemask_pd(usec)];
+  D w = _mm_load_pd(c[5]);
+  for (int i = 4; i >= 0; --i) w = add(mul(w, q.z), _mm_load_pd(c[i]));
+  const D one = set(1.0);
+  D h = mul(set(0.5), q.z);
+  D hi = sub(one, h);
+  D cb = sub(sub(sub(one, hi), h), mul(q.r, q.rr));
+  D sb = mul(q.rr, sub(one, h));
+  D a = _mm_blendv_pd(q.r, hi, usec);
+  D b = _mm_blendv_pd(sb, cb, usec);
+  D m = mul(q.z, _mm_blendv_pd(q.r, q.z, usec));
+  D v = add(a, add(b, mul(m, w)));
+  if constexpr (Cos)
+    return _mm_xor_pd(v, quad_sign<1>(q.k));
+  else
+    return _mm_xor_pd(v, _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
+}
+
 template <class C>
 inline D tan_d(D x) {
   auto q = reduce<C>(abs_of(x));
@@ -631,7 +686,7 @@ struct Sin {
     else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::sin_d<C>(h); });
     else
-      return trig_detail::sin_d<C>(x);
+      return trig_detail::sin_cos_ha<false>(x);
   }
   template <class T, int S>
   static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
@@ -658,6 +713,8 @@ struct Cos {
       return trig_detail::with_slow<trig_detail::slow_cos<S>>(x, trig_detail::cos_ff<S>(x));
     else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::cos_d<C>(h); });
+    else if constexpr (S == 1)
+      return trig_detail::sin_cos_ha<true>(x);
     else
       return trig_detail::cos_d<C>(x);
   }
