@@ -163,13 +163,19 @@ inline Reduced<C> reduce(D ax) {
     o.r = sub(sub(sub(a, t2), t3), t4);
     o.rr = _mm_setzero_pd();
   } else {
-    // TwoSum(a, -t2), TwoSum(b, -t3): every rounding error is kept.
+    // b = a - t2 and c = b - t3 with their rounding errors, by Fast2Sum
+    // (three operations fewer than TwoSum each).  Fast2Sum is exact when the
+    // first operand is the larger; when it is not, the difference is itself
+    // exact and the formula gives 0, which is then the error.  First step:
+    // a and t2 = k c2 are multiples of 2^-65 (k >= 1 means |x| >= pi/4, whose
+    // ulp is >= 2^-53; c2's last bit is 2^-65) and |t2| < 2^-13.6 on the fast
+    // path, so |a| < |t2| gives |b| < 2^-12.6 with at most 53 bits.  Second:
+    // t3 = k c3 is a multiple of 2^-97 below 2^-48.4, and |b| < |t3| means b
+    // (a multiple of 2^-65) was exact, so b - t3 fits 53 bits as well.
     D b = sub(a, t2);
-    D bv = sub(b, a);
-    D e1 = sub(sub(a, sub(b, bv)), add(t2, bv));
+    D e1 = sub(sub(a, b), t2);
     D c = sub(b, t3);
-    D cv = sub(c, b);
-    D e2 = sub(sub(b, sub(c, cv)), add(t3, cv));
+    D e2 = sub(sub(b, c), t3);
     D lo = sub(add(e1, e2), t4);
     o.r = add(c, lo);
     o.rr = add(sub(c, o.r), lo);
@@ -290,8 +296,12 @@ inline D sin_cos_ha(D x) {
   D usec = odd_mask(q.k);
   if constexpr (Cos) usec = _mm_xor_pd(usec, set(-0.0));
   const double(*c)[2] = kHaTab.c[_mm_movemask_pd(usec)];
-  D w = _mm_load_pd(c[5]);
-  for (int i = 4; i >= 0; --i) w = add(mul(w, q.z), _mm_load_pd(c[i]));
+  // Horner written out: the loop over the table rows was not unrolled
+  D w = add(mul(_mm_load_pd(c[5]), q.z), _mm_load_pd(c[4]));
+  w = add(mul(w, q.z), _mm_load_pd(c[3]));
+  w = add(mul(w, q.z), _mm_load_pd(c[2]));
+  w = add(mul(w, q.z), _mm_load_pd(c[1]));
+  w = add(mul(w, q.z), _mm_load_pd(c[0]));
   const D one = set(1.0);
   D h = mul(set(0.5), q.z);
   D hi = sub(one, h);
