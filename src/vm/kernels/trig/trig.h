@@ -206,6 +206,10 @@ inline D cos_lo(const Reduced<C> &q, D &hi) {
   if constexpr (C::exact_sq) {
     // 1 - hi is exact (Sterbenz): recovers the rounding of 1 - z/2
     lo = add(sub(sub(sub(set(1.0), hi), hz), mul(set(0.5), q.zl)), sub(lo, mul(q.r, q.rr)));
+  } else if constexpr (C::acc && C::hq) {
+    // the same without z's rounding (the HA sine/cosine below: <= 0.25 ulp),
+    // summed in their order so that SinCos gives their bits
+    lo = add(sub(sub(sub(set(1.0), hi), hz), mul(q.r, q.rr)), lo);
   } else if constexpr (C::acc) {
     lo = sub(lo, mul(q.r, q.rr));
   }
@@ -783,6 +787,8 @@ struct SinCos {
       trig_detail::sincos_d<C>(_mm_cvtps_pd(_mm_movehl_ps(x, x)), s1, c1);
       ys = _mm_movelh_ps(_mm_cvtpd_ps(s0), _mm_cvtpd_ps(s1));
       yc = _mm_movelh_ps(_mm_cvtpd_ps(c0), _mm_cvtpd_ps(c1));
+    } else if constexpr (S == 1) {
+      trig_detail::sincos_d<trig_detail::HaCfg>(x, ys, yc);
     } else {
       trig_detail::sincos_d<C>(x, ys, yc);
     }
