@@ -8,9 +8,11 @@
 //      the fourth a full double.  |x| - k * c1 is then exact, and each further
 //      subtraction is either exact (Sterbenz: the pieces cancel) or loses at
 //      most half an ulp of a value already close to r.  The double HA
-//      kernels (and the double LA tangent) keep the rounding errors (TwoSum)
-//      and carry r as a pair r + rr; they also square r exactly (Dekker) and
-//      recover the rounding of 1 - z/2, the largest error of cos otherwise.
+//      kernels (and the double LA tangent) keep the rounding errors
+//      (Fast2Sum, exact on the fast path: see reduce) and carry r as a pair
+//      r + rr, and recover the rounding of 1 - z/2, the largest error of cos
+//      otherwise; the tangents also square r exactly (Dekker), the HA sine,
+//      cosine and pair do not (z's rounding costs them <= 0.25 ulp).
 //   3. sin r = r + r z P(z) and cos r = 1 - z/2 + z^2 Q(z), z = r^2, with
 //      P and Q minimax on |r| <= 0.786 (a little beyond pi/4 since k may be
 //      rounded from a product).  Degrees by slot, relative error of the
@@ -25,7 +27,9 @@
 //      above, lane by lane, and evaluate the polynomials on four float
 //      lanes (see "float LA and EP below 2^12").
 //   4. The quadrant k & 3 picks sin or cos and the sign by bit tricks on k's
-//      low bits; sin and tan are computed for |x| and given x's sign, so
+//      low bits (the double HA Sin and Cos evaluate only the polynomial each
+//      lane needs, with per-lane coefficients: see sin_cos_ha); sin and tan
+//      are computed for |x| and given x's sign, so
 //      sin(-0) = -0 without special care.  Tan is sin/cos on even k and
 //      -cos/sin on odd k; the double HA tangent divides the unrounded pairs
 //      and corrects the quotient with an exact residual.
