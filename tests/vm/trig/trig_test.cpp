@@ -521,8 +521,7 @@ std::vector<T> near_multiples() {
 }
 
 template <class T>
-void near_multiples_within_bound() {
-  const std::vector<T> x = near_multiples<T>();
+void within_bound_at(const std::vector<T> &x) {
   std::vector<T> r1(x.size()), r2(x.size());
   for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
     for (int slot = 0; slot < 3; ++slot) {
@@ -541,8 +540,29 @@ void near_multiples_within_bound() {
     }
 }
 
-TEST(TrigReduction, NearestToMultiplesOfHalfPiFloat) { near_multiples_within_bound<float>(); }
-TEST(TrigReduction, NearestToMultiplesOfHalfPiDouble) { near_multiples_within_bound<double>(); }
+TEST(TrigReduction, NearestToMultiplesOfHalfPiFloat) { within_bound_at(near_multiples<float>()); }
+TEST(TrigReduction, NearestToMultiplesOfHalfPiDouble) { within_bound_at(near_multiples<double>()); }
+
+// Doubles below the fast-path bound that come closest to a multiple of pi/2
+// (|r| from 2^-60.5 to 2^-52.3, found from the continued fraction of pi/2
+// scaled to each binade), up to k = 1081409.  Here the reduced argument is
+// smaller than the third piece's product k c3, the case where the
+// reduction's second Fast2Sum sees its operands in the reverse order and
+// relies on the difference being exact.
+TEST(TrigReduction, ClosestDoublesToMultiplesOfHalfPi) {
+  std::vector<double> x;
+  for (double m : {0x1.6c6cbc45dc8dep+0, 0x1.39c6fd67805a7p+0, 0x1.9eb7148f354d6p+0,
+                   0x1.921fb54442d18p+0, 0x1.67e57cdd4dc54p+0}) {
+    for (int e = 0; e <= 20; ++e) {
+      double y = std::ldexp(m, e);
+      for (double z : {std::nextafter(y, 0.0), y, std::nextafter(y, 1e300)}) {
+        x.push_back(z);
+        x.push_back(-z);
+      }
+    }
+  }
+  within_bound_at(x);
+}
 
 // ---- float fast-path limit ----------------------------------------------------------
 // The float LA and EP kernels reduce in float below 2^12 and in double from
@@ -649,6 +669,11 @@ void sincos_matches_single(int slot) {
     EXPECT_LE(ulp_error<T>(Fn::Cos, false, x[size_t(i)], c2[size_t(i)]), bound<T>(slot)) << x[size_t(i)];
     EXPECT_LE(ulps<T>(s2[size_t(i)], double(s1[size_t(i)])), 2 * bound<T>(slot)) << x[size_t(i)];
     EXPECT_LE(ulps<T>(c2[size_t(i)], double(c1[size_t(i)])), 2 * bound<T>(slot)) << x[size_t(i)];
+    // the double HA pair evaluates the single kernels' formulas in their order
+    if (sizeof(T) == 8 && slot == 1 && std::fabs(double(x[size_t(i)])) < 0x1p21) {
+      EXPECT_EQ(bits(s2[size_t(i)]), bits(s1[size_t(i)])) << x[size_t(i)];
+      EXPECT_EQ(bits(c2[size_t(i)]), bits(c1[size_t(i)])) << x[size_t(i)];
+    }
   }
 }
 

@@ -8,9 +8,11 @@
 //      the fourth a full double.  |x| - k * c1 is then exact, and each further
 //      subtraction is either exact (Sterbenz: the pieces cancel) or loses at
 //      most half an ulp of a value already close to r.  The double HA
-//      kernels (and the double LA tangent) keep the rounding errors (TwoSum)
-//      and carry r as a pair r + rr; they also square r exactly (Dekker) and
-//      recover the rounding of 1 - z/2, the largest error of cos otherwise.
+//      kernels (and the double LA tangent) keep the rounding errors
+//      (Fast2Sum, exact on the fast path: see reduce) and carry r as a pair
+//      r + rr, and recover the rounding of 1 - z/2, the largest error of cos
+//      otherwise; the tangents also square r exactly (Dekker), the HA sine,
+//      cosine and pair do not (z's rounding costs them <= 0.25 ulp).
 //   3. sin r = r + r z P(z) and cos r = 1 - z/2 + z^2 Q(z), z = r^2, with
 //      P and Q minimax on |r| <= 0.786 (a little beyond pi/4 since k may be
 //      rounded from a product).  Degrees by slot, relative error of the
@@ -25,7 +27,9 @@
 //      above, lane by lane, and evaluate the polynomials on four float
 //      lanes (see "float LA and EP below 2^12").
 //   4. The quadrant k & 3 picks sin or cos and the sign by bit tricks on k's
-//      low bits; sin and tan are computed for |x| and given x's sign, so
+//      low bits (the double HA Sin and Cos evaluate only the polynomial each
+//      lane needs, with per-lane coefficients: see sin_cos_ha); sin and tan
+//      are computed for |x| and given x's sign, so
 //      sin(-0) = -0 without special care.  Tan is sin/cos on even k and
 //      -cos/sin on odd k; the double HA tangent divides the unrounded pairs
 //      and corrects the quotient with an exact residual.
@@ -163,13 +167,19 @@ inline Reduced<C> reduce(D ax) {
     o.r = sub(sub(sub(a, t2), t3), t4);
     o.rr = _mm_setzero_pd();
   } else {
-    // TwoSum(a, -t2), TwoSum(b, -t3): every rounding error is kept.
+    // b = a - t2 and c = b - t3 with their rounding errors, by Fast2Sum
+    // (three operations fewer than TwoSum each).  Fast2Sum is exact when the
+    // first operand is the larger; when it is not, the difference is itself
+    // exact and the formula gives 0, which is then the error.  First step:
+    // a and t2 = k c2 are multiples of 2^-65 (k >= 1 means |x| >= pi/4, whose
+    // ulp is >= 2^-53; c2's last bit is 2^-65) and |t2| < 2^-13.6 on the fast
+    // path, so |a| < |t2| gives |b| < 2^-12.6 with at most 53 bits.  Second:
+    // t3 = k c3 is a multiple of 2^-97 below 2^-48.4, and |b| < |t3| means b
+    // (a multiple of 2^-65) was exact, so b - t3 fits 53 bits as well.
     D b = sub(a, t2);
-    D bv = sub(b, a);
-    D e1 = sub(sub(a, sub(b, bv)), add(t2, bv));
+    D e1 = sub(sub(a, b), t2);
     D c = sub(b, t3);
-    D cv = sub(c, b);
-    D e2 = sub(sub(b, sub(c, cv)), add(t3, cv));
+    D e2 = sub(sub(b, c), t3);
     D lo = sub(add(e1, e2), t4);
     o.r = add(c, lo);
     o.rr = add(sub(c, o.r), lo);
@@ -200,6 +210,10 @@ inline D cos_lo(const Reduced<C> &q, D &hi) {
   if constexpr (C::exact_sq) {
     // 1 - hi is exact (Sterbenz): recovers the rounding of 1 - z/2
     lo = add(sub(sub(sub(set(1.0), hi), hz), mul(set(0.5), q.zl)), sub(lo, mul(q.r, q.rr)));
+  } else if constexpr (C::acc && C::hq) {
+    // the same without z's rounding (the HA sine/cosine below: <= 0.25 ulp),
+    // summed in their order so that SinCos gives their bits
+    lo = add(sub(sub(sub(set(1.0), hi), hz), mul(q.r, q.rr)), lo);
   } else if constexpr (C::acc) {
     lo = sub(lo, mul(q.r, q.rr));
   }
@@ -250,6 +264,65 @@ inline void sincos_d(D x, D &ys, D &yc) {
   D odd = odd_mask(q.k);
   ys = _mm_xor_pd(_mm_blendv_pd(s, c, odd), _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
   yc = _mm_xor_pd(_mm_blendv_pd(c, s, odd), quad_sign<1>(q.k));
+}
+
+// ---- double HA Sin and Cos: one polynomial per lane ------------------------
+// Each lane needs either sin r or cos r (k's parity), never both.  Both have
+// the form A + (B + M W(z)), with the leading term A and the small B computed
+// for both and picked by a blend, and the six-term polynomial W = P (sine,
+// M = r z) or Q (cosine, M = z^2) evaluated once with per-lane coefficients:
+// the table holds the coefficient pairs for each of the four combinations of
+// the two lanes' choices, so the register of coefficients is one aligned load
+// (folded into the arithmetic) from the row picked by the lanes' mask; a lane
+// gets its own coefficients whatever its neighbour needs.
+//   sine:   A = r, B = rr (1 - z/2), z = r^2 rounded.  The rounding of z only
+//           enters r z P, at most 0.103 of |r|, so plain double is enough
+//           there: the correction term's few roundings stay below 0.25 ulp.
+//   cosine: h = z/2, A = 1 - h rounded, B = ((1 - A) - h) - r rr, where
+//           1 - A is exact (Sterbenz), so 1 - h is carried exactly; z is not
+//           squared exactly: h <= 0.309 has ulp <= 2^-54 while the result
+//           >= 0.706 has ulp 2^-53, so z's rounding costs <= 0.25 ulp.
+struct HaCfg : Cfg<double, 1> {
+  static constexpr bool exact_sq = false;
+};
+struct alignas(16) HaTab {
+  double c[4][6][2];  // [mask: bit l set = lane l takes the cosine][term][lane]
+};
+constexpr HaTab make_ha_tab() {
+  HaTab t{};
+  for (int m = 0; m < 4; ++m)
+    for (int i = 0; i < 6; ++i)
+      for (int l = 0; l < 2; ++l) t.c[m][i][l] = (m >> l) & 1 ? kCos6[i] : kSin6[i];
+  return t;
+}
+inline constexpr HaTab kHaTab = make_ha_tab();
+
+template <bool Cos>
+inline D sin_cos_ha(D x) {
+  auto q = reduce<HaCfg>(abs_of(x));
+  // lanes taking the cosine polynomial: odd k for Sin, even k for Cos
+  D usec = odd_mask(q.k);
+  if constexpr (Cos) usec = _mm_xor_pd(usec, set(-0.0));
+  const double(*c)[2] = kHaTab.c[_mm_movemask_pd(usec)];
+  // Horner written out: the loop over the table rows was not unrolled
+  D w = add(mul(_mm_load_pd(c[5]), q.z), _mm_load_pd(c[4]));
+  w = add(mul(w, q.z), _mm_load_pd(c[3]));
+  w = add(mul(w, q.z), _mm_load_pd(c[2]));
+  w = add(mul(w, q.z), _mm_load_pd(c[1]));
+  w = add(mul(w, q.z), _mm_load_pd(c[0]));
+  const D one = set(1.0);
+  D h = mul(set(0.5), q.z);
+  D hi = sub(one, h);
+  D cb = sub(sub(sub(one, hi), h), mul(q.r, q.rr));
+  D sb = mul(q.rr, sub(one, h));
+  D a = _mm_blendv_pd(q.r, hi, usec);
+  D b = _mm_blendv_pd(sb, cb, usec);
+  D m = mul(q.z, _mm_blendv_pd(q.r, q.z, usec));
+  D v = add(a, add(b, mul(m, w)));
+  if constexpr (Cos)
+    return _mm_xor_pd(v, quad_sign<1>(q.k));
+  else
+    return _mm_xor_pd(v, _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
 }
 
 template <class C>
@@ -631,7 +704,7 @@ struct Sin {
     else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::sin_d<C>(h); });
     else
-      return trig_detail::sin_d<C>(x);
+      return trig_detail::sin_cos_ha<false>(x);
   }
   template <class T, int S>
   static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
@@ -658,6 +731,8 @@ struct Cos {
       return trig_detail::with_slow<trig_detail::slow_cos<S>>(x, trig_detail::cos_ff<S>(x));
     else if constexpr (C::is_float)
       return trig_detail::on_halves(x, [](__m128d h) { return trig_detail::cos_d<C>(h); });
+    else if constexpr (S == 1)
+      return trig_detail::sin_cos_ha<true>(x);
     else
       return trig_detail::cos_d<C>(x);
   }
@@ -716,6 +791,8 @@ struct SinCos {
       trig_detail::sincos_d<C>(_mm_cvtps_pd(_mm_movehl_ps(x, x)), s1, c1);
       ys = _mm_movelh_ps(_mm_cvtpd_ps(s0), _mm_cvtpd_ps(s1));
       yc = _mm_movelh_ps(_mm_cvtpd_ps(c0), _mm_cvtpd_ps(c1));
+    } else if constexpr (S == 1) {
+      trig_detail::sincos_d<trig_detail::HaCfg>(x, ys, yc);
     } else {
       trig_detail::sincos_d<C>(x, ys, yc);
     }
