@@ -313,15 +313,13 @@ inline constexpr std::array<uint32_t, 9> kFLog2 = {0x3EF6384E, 0xBEB8AA36, 0x3E9
 inline constexpr std::array<uint32_t, 9> kFLog10 = {0x3E143D3A, 0xBDDE5BD2, 0x3DB1E4B0,
                                                     0xBD94415C, 0x3D7D7CE5, 0xBD5CC6C7,
                                                     0x3D4F7172, 0xBD4DD62F, 0x3CFE5EA2};
-inline constexpr std::array<uint32_t, 9> kFLogE = {0x3EAAAAAA, 0xBE7FFFF9, 0x3E4CCEA8,
-                                                   0xBE2AAF6C, 0x3E11EB5A, 0xBDFE2DA6,
-                                                   0x3DEED3E8, 0xBDECFA6B, 0x3D926D4C};
 
-// log_b(u) + corr (corr in natural-log units, base e only, when C is true).
+
+// log_b(u) for base 2 or 10.
 // u = 2^k (1 + f): the pattern of u minus that of sqrt(2)/2, shifted right
 // by 23, is k, and f is exact (by Sterbenz's lemma below 1).  t = log_b(e)
 // S(f) is evaluated in float; then, in double,
-//   k log_b(2) + f log_b(e) - f^2 log_b(e) / 2 + f^3 t (+ corr)
+//   k log_b(2) + f log_b(e) - f^2 log_b(e) / 2 + f^3 t
 // where f^2 and f^3 are exact and the other terms are rounded far below a
 // float ulp: what is left is t's float rounding (relative, on a term at most
 // a twelfth of the result), the fit's error and the final conversion.
@@ -330,9 +328,9 @@ inline constexpr std::array<uint32_t, 9> kFLogE = {0x3EAAAAAA, 0xBE7FFFF9, 0x3E4
 // sLog2 reached 1.08 ulp on [2/3, 4/3) and 1.39 ulp on this interval (where
 // log2 u is just below 1/2 and f^2 / 2 a third of it); with only the
 // k, f terms in double and f^2 (-1/2 + f S) in float, 1.29 ulp.
-template <int B, bool C = false>
-inline __m128 logf_fast(__m128 u, __m128 corr = _mm_setzero_ps()) {
-  constexpr const std::array<uint32_t, 9> &c = B == k2 ? kFLog2 : B == k10 ? kFLog10 : kFLogE;
+template <int B>
+inline __m128 logf_fast(__m128 u) {
+  constexpr const std::array<uint32_t, 9> &c = B == k2 ? kFLog2 : kFLog10;
   const __m128i iu = _mm_castps_si128(u);
   // k = (bits(u) - bits(sqrt(2)/2)) >> 23: m = u 2^-k in [sqrt(2)/2, sqrt(2))
   const __m128i k = _mm_srai_epi32(_mm_add_epi32(iu, _mm_set1_epi32(int(0xC0CAFB0Du))), 23);
@@ -346,12 +344,11 @@ inline __m128 logf_fast(__m128 u, __m128 corr = _mm_setzero_ps()) {
   __m128 p48 = _mm_add_ps(lin(c[4], c[5]), _mm_mul_ps(f2, lin(c[6], c[7])));
   p48 = _mm_add_ps(p48, _mm_mul_ps(f4, f1(c[8])));
   const __m128 t = _mm_add_ps(p03, _mm_mul_ps(f4, p48));
-  auto half = [&](__m128 fv, __m128 tv, __m128i kv, __m128 cv) {
+  auto half = [&](__m128 fv, __m128 tv, __m128i kv) {
     const __m128d fd = _mm_cvtps_pd(fv);
     const __m128d f2d = _mm_mul_pd(fd, fd);
     __m128d lo = _mm_add_pd(_mm_mul_pd(f2d, d1(-0.5 * DConst<B>::Md)),
                             _mm_mul_pd(_mm_mul_pd(f2d, fd), _mm_cvtps_pd(tv)));
-    if constexpr (C) lo = _mm_add_pd(lo, _mm_cvtps_pd(cv));
     const __m128d kd = _mm_cvtepi32_pd(kv);
     __m128d lead = _mm_mul_pd(fd, d1(DConst<B>::Md));
     if constexpr (B == k2)
@@ -360,9 +357,8 @@ inline __m128 logf_fast(__m128 u, __m128 corr = _mm_setzero_ps()) {
       lead = _mm_add_pd(lead, _mm_mul_pd(kd, d1(DConst<B>::Kd)));
     return _mm_cvtpd_ps(_mm_add_pd(lead, lo));
   };
-  const __m128 r0 = half(f, t, k, corr);
-  const __m128 r1 = half(_mm_movehl_ps(f, f), _mm_movehl_ps(t, t), _mm_shuffle_epi32(k, 0xEE),
-                         C ? _mm_movehl_ps(corr, corr) : corr);
+  const __m128 r0 = half(f, t, k);
+  const __m128 r1 = half(_mm_movehl_ps(f, f), _mm_movehl_ps(t, t), _mm_shuffle_epi32(k, 0xEE));
   return _mm_movelh_ps(r0, r1);
 }
 
@@ -514,8 +510,8 @@ struct Log1p {
   template <class T, int S>
   static R<T> vec(R<T> x) {
     if constexpr (sizeof(T) == 4) {
-      // Widened to the double core: the float path of Log2 with e / u added
-      // (logk::logf_fast<kE, true>) measured 4.8 cycles against 4.4 here.
+      // Widened to the double core: a float path like Log2's with e / u
+      // added measured 4.8 cycles against 4.4 here.
       return logk::widen<logk::kE>(logk::log1p_tame(x), [](__m128d v) {
         const __m128d one = _mm_set1_pd(1.0);
         const __m128d u = _mm_add_pd(one, v);
