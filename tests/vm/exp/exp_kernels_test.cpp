@@ -265,17 +265,17 @@ template <class T>
 void mixed(Func f, int slot, bool strided) {
   // Per function: an overflowing and an underflowing argument (Expm1 has no
   // underflow from large negatives: a subnormal argument instead).
-  struct Spec {
+  struct Threshold {
     double x;
     int code;
   };
   const bool s = sizeof(T) == 4;
-  std::vector<Spec> specs;
+  std::vector<Threshold> limits;
   switch (f) {
-    case kExp: specs = {{s ? 89.0 : 710.0, 3}, {s ? -90.0 : -720.0, 4}, {s ? -200.0 : -800.0, 4}}; break;
-    case kExp2: specs = {{s ? 130.0 : 1030.0, 3}, {s ? -130.0 : -1030.0, 4}, {s ? -200.0 : -1200.0, 4}}; break;
-    case kExp10: specs = {{s ? 39.0 : 309.0, 3}, {s ? -40.0 : -310.0, 4}, {s ? -50.0 : -400.0, 4}}; break;
-    case kExpm1: specs = {{s ? 89.0 : 710.0, 3}, {s ? 1e-40 : 1e-310, 4}, {s ? 100.0 : 800.0, 3}}; break;
+    case kExp: limits = {{s ? 89.0 : 710.0, 3}, {s ? -90.0 : -720.0, 4}, {s ? -200.0 : -800.0, 4}}; break;
+    case kExp2: limits = {{s ? 130.0 : 1030.0, 3}, {s ? -130.0 : -1030.0, 4}, {s ? -200.0 : -1200.0, 4}}; break;
+    case kExp10: limits = {{s ? 39.0 : 309.0, 3}, {s ? -40.0 : -310.0, 4}, {s ? -50.0 : -400.0, 4}}; break;
+    case kExpm1: limits = {{s ? 89.0 : 710.0, 3}, {s ? 1e-40 : 1e-310, 4}, {s ? 100.0 : 800.0, 3}}; break;
   }
   const int n = 29;
   std::vector<T> in(n);
@@ -285,7 +285,7 @@ void mixed(Func f, int slot, bool strided) {
   in[9] = T(-kInf);
   in[17] = T(kInf);
   const int at[] = {5, 6, 13, 20, 27, 28};
-  for (int k = 0; k < 6; ++k) in[at[k]] = T(specs[k % specs.size()].x);
+  for (int k = 0; k < 6; ++k) in[at[k]] = T(limits[k % limits.size()].x);
   std::vector<Report> reps;
   const std::vector<T> y = run<T>(f, slot, strided, in, &reps);
   const std::string where = std::string(kNames[f]) + (s ? " s" : " d") + " slot " +
@@ -294,7 +294,7 @@ void mixed(Func f, int slot, bool strided) {
   const std::string name = std::string("v") + (s ? "s" : "d") + kNames[f];
   for (int k = 0; k < 6; ++k) {
     EXPECT_EQ(reps[k].index, at[k]) << where;
-    EXPECT_EQ(reps[k].code, specs[k % specs.size()].code) << where << " index " << at[k];
+    EXPECT_EQ(reps[k].code, limits[k % limits.size()].code) << where << " index " << at[k];
     EXPECT_EQ(reps[k].name, name) << where;
   }
   for (int i = 0; i < n; ++i) expect_value<T>(f, slot, in[i], y[i], where + " i=" + std::to_string(i));

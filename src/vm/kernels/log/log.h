@@ -453,6 +453,16 @@ inline float ln_scalar(float x, int &code) {
 template <class T>
 using R = typename simd::V<T>::reg;
 
+// Lanes that are not positive normal numbers (zero, negative, subnormal,
+// infinite, NaN): Ln, Log2 and Log10 send them to the per-element routine.
+template <class T>
+inline int off_pos_normal(R<T> x) {
+  if constexpr (sizeof(T) == 4)
+    return _mm_movemask_ps(logk::not_pos_normal_f(x));
+  else
+    return _mm_movemask_pd(logk::not_pos_normal_d(x));
+}
+
 struct Ln {
   template <class T, int S>
   static R<T> vec(R<T> x) {
@@ -466,10 +476,7 @@ struct Ln {
   }
   template <class T, int S>
   static int special(R<T> x, R<T>) {
-    if constexpr (sizeof(T) == 4)
-      return _mm_movemask_ps(logk::not_pos_normal_f(x));
-    else
-      return _mm_movemask_pd(logk::not_pos_normal_d(x));
+    return off_pos_normal<T>(x);
   }
   template <class T, int S>
   static T fix(T x, int &code) {
@@ -492,10 +499,7 @@ struct LogB {
   }
   template <class T, int S>
   static int special(R<T> x, R<T>) {
-    if constexpr (sizeof(T) == 4)
-      return _mm_movemask_ps(logk::not_pos_normal_f(x));
-    else
-      return _mm_movemask_pd(logk::not_pos_normal_d(x));
+    return off_pos_normal<T>(x);
   }
   template <class T, int S>
   static T fix(T x, int &code) {
