@@ -13,10 +13,7 @@
 
 using namespace qor::vm::test;
 
-#define QOR_DECL_TAB(id)                                                   \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##_ttab;          \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##I_ttab;
-#define QOR_DECL_BOTH(F) QOR_DECL_TAB(s##F) QOR_DECL_TAB(d##F)
+#define QOR_DECL_BOTH(F) QOR_TEST_TABLES(s##F) QOR_TEST_TABLES(d##F)
 #define QOR_UNARY_LIST(X) \
   X(Sqr) X(Abs) X(Inv) X(Sqrt) X(InvSqrt) X(Cbrt) X(Floor) X(Ceil) X(Trunc) X(Rint) X(NearbyInt) \
   X(Round) X(Frac)

@@ -11,6 +11,11 @@
 #include "qor/pex.h"
 #include "qor/vm.h"
 
+// Declares the contiguous and strided kernel tables of one function id
+// (sExp: qor_pex_kernel_sExp_ttab and qor_pex_kernel_sExpI_ttab).
+#define QOR_TEST_TABLES(id) \
+  extern "C" const QorPexKernelTable qor_pex_kernel_##id##_ttab, qor_pex_kernel_##id##I_ttab;
+
 extern "C" {
 #define QOR_TEST_U(t, T, F)                                        \
   void _pex##t##F(int32_t, const T *, T *);                       \
@@ -30,6 +35,9 @@ void _pexsDiv_HA(int32_t, const float *, const float *, float *);
 }
 
 namespace qor::vm::test {
+
+// Name of a kernel table slot, for test names and messages.
+inline const char *slot_name(int s) { return s == 0 ? "LA" : s == 1 ? "HA" : "EP"; }
 
 inline uint32_t fbits(float x) {
   uint32_t b;

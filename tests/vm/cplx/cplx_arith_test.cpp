@@ -23,21 +23,18 @@
 
 using namespace qor::vm::test;
 
-#define QOR_CPLX_TAB(id)                                          \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##_ttab; \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##I_ttab;
-QOR_CPLX_TAB(cMul)
-QOR_CPLX_TAB(zMul)
-QOR_CPLX_TAB(cMulByConj)
-QOR_CPLX_TAB(zMulByConj)
-QOR_CPLX_TAB(cDiv)
-QOR_CPLX_TAB(zDiv)
-QOR_CPLX_TAB(cAbs)
-QOR_CPLX_TAB(zAbs)
-QOR_CPLX_TAB(cAdd)
-QOR_CPLX_TAB(zAdd)
-QOR_CPLX_TAB(cSub)
-QOR_CPLX_TAB(zSub)
+QOR_TEST_TABLES(cMul)
+QOR_TEST_TABLES(zMul)
+QOR_TEST_TABLES(cMulByConj)
+QOR_TEST_TABLES(zMulByConj)
+QOR_TEST_TABLES(cDiv)
+QOR_TEST_TABLES(zDiv)
+QOR_TEST_TABLES(cAbs)
+QOR_TEST_TABLES(zAbs)
+QOR_TEST_TABLES(cAdd)
+QOR_TEST_TABLES(zAdd)
+QOR_TEST_TABLES(cSub)
+QOR_TEST_TABLES(zSub)
 
 namespace {
 
@@ -53,7 +50,6 @@ const char *fn_name(Fn f) {
     default: return "Sub";
   }
 }
-const char *slot_name(int s) { return s == 0 ? "LA" : s == 1 ? "HA" : "EP"; }
 
 template <class T>
 const QorPexKernelTable &table(Fn f, bool strided) {

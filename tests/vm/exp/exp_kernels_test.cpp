@@ -17,16 +17,14 @@
 
 using namespace qor::vm::test;
 
-#define QOR_DECL_TAB(id) \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##_ttab, qor_pex_kernel_##id##I_ttab;
-QOR_DECL_TAB(sExp)
-QOR_DECL_TAB(dExp)
-QOR_DECL_TAB(sExp2)
-QOR_DECL_TAB(dExp2)
-QOR_DECL_TAB(sExp10)
-QOR_DECL_TAB(dExp10)
-QOR_DECL_TAB(sExpm1)
-QOR_DECL_TAB(dExpm1)
+QOR_TEST_TABLES(sExp)
+QOR_TEST_TABLES(dExp)
+QOR_TEST_TABLES(sExp2)
+QOR_TEST_TABLES(dExp2)
+QOR_TEST_TABLES(sExp10)
+QOR_TEST_TABLES(dExp10)
+QOR_TEST_TABLES(sExpm1)
+QOR_TEST_TABLES(dExpm1)
 
 namespace {
 

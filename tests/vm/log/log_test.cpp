@@ -20,17 +20,14 @@
 
 using namespace qor::vm::test;
 
-#define QOR_LOG_TAB(id)                                           \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##_ttab; \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##I_ttab;
-QOR_LOG_TAB(sLn)
-QOR_LOG_TAB(dLn)
-QOR_LOG_TAB(sLog2)
-QOR_LOG_TAB(dLog2)
-QOR_LOG_TAB(sLog10)
-QOR_LOG_TAB(dLog10)
-QOR_LOG_TAB(sLog1p)
-QOR_LOG_TAB(dLog1p)
+QOR_TEST_TABLES(sLn)
+QOR_TEST_TABLES(dLn)
+QOR_TEST_TABLES(sLog2)
+QOR_TEST_TABLES(dLog2)
+QOR_TEST_TABLES(sLog10)
+QOR_TEST_TABLES(dLog10)
+QOR_TEST_TABLES(sLog1p)
+QOR_TEST_TABLES(dLog1p)
 
 namespace {
 

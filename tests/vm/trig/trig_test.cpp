@@ -20,17 +20,14 @@
 
 using namespace qor::vm::test;
 
-#define QOR_TRIG_TAB(id)                                          \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##_ttab; \
-  extern "C" const QorPexKernelTable qor_pex_kernel_##id##I_ttab;
-QOR_TRIG_TAB(sSin)
-QOR_TRIG_TAB(dSin)
-QOR_TRIG_TAB(sCos)
-QOR_TRIG_TAB(dCos)
-QOR_TRIG_TAB(sTan)
-QOR_TRIG_TAB(dTan)
-QOR_TRIG_TAB(sSinCos)
-QOR_TRIG_TAB(dSinCos)
+QOR_TEST_TABLES(sSin)
+QOR_TEST_TABLES(dSin)
+QOR_TEST_TABLES(sCos)
+QOR_TEST_TABLES(dCos)
+QOR_TEST_TABLES(sTan)
+QOR_TEST_TABLES(dTan)
+QOR_TEST_TABLES(sSinCos)
+QOR_TEST_TABLES(dSinCos)
 
 namespace {
 
@@ -43,7 +40,6 @@ const char *fn_name(Fn f) {
     default: return "SinCos";
   }
 }
-const char *slot_name(int s) { return s == 0 ? "LA" : s == 1 ? "HA" : "EP"; }
 
 template <class T>
 const QorPexKernelTable &table(Fn f, bool strided) {
