@@ -264,12 +264,23 @@ int32_t interpolate(const qor_df_task_t *task, int64_t type, int64_t nsite, cons
       }
     }
     if (!want_values) continue;
+    // The first function's coefficient rows are requested as soon as each
+    // piece is known, and each next function's while the one before is
+    // evaluated: on a large partition a row is a cache miss, and a block's
+    // misses then overlap instead of stalling the evaluation one by one.
+    const T *first_coef = static_cast<const T *>(t->coeff_table[0]);
     for (int64_t i = 0; i < n; ++i) {
       pc[i] = pp.piece(s[i], cb[i]);
       ub[i] = s[i] - pp.origin(pc[i]);
+      _mm_prefetch(reinterpret_cast<const char *>(first_coef + pc[i] * pp.order), _MM_HINT_T0);
     }
     for (int64_t j = 0; j < t->ny; ++j) {
       const T *coef = static_cast<const T *>(t->coeff_table[j]);
+      if (j + 1 < t->ny) {
+        const T *next = static_cast<const T *>(t->coeff_table[j + 1]);
+        for (int64_t i = 0; i < n; ++i)
+          _mm_prefetch(reinterpret_cast<const char *>(next + pc[i] * pp.order), _MM_HINT_T0);
+      }
       T *out = r + j * nsite * nd;
       if (values_only) {
         T *o = out + i0;
