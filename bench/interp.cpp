@@ -1,6 +1,6 @@
 // Interpolation speed: values of a natural cubic spline at 10^6 random sites
-// (unsorted, and sorted) on partitions of 10^3 and 10^6 breakpoints, non-uniform
-// (searched with the cell-index table, or as quasi-uniform) and uniform, and GSL's gsl_spline_eval (natural cubic, with its
+// (unsorted, and sorted) on partitions of 10^3 and 10^6 breakpoints: non-uniform
+// (searched with the cell-index table), quasi-uniform (x hint 2) and uniform, and GSL's gsl_spline_eval (natural cubic, with its
 // accelerator) at the same sites on the same data when GSL is linked.
 //
 // Counters: ns_per_site = time per site, cycles_per_site = TSC ticks per site.
@@ -37,7 +37,14 @@ struct Data {
     std::uniform_real_distribution<double> u(0.5, 1.5);
     x.resize(nx);
     x[0] = 0;
-    for (int64_t i = 1; i < nx; ++i) x[i] = x[i - 1] + (uniform ? 1.0 : u(g));
+    // Non-uniform: gaps uniform on [0.5, 1.5), a random walk whose distance
+    // from the straight line grows like sqrt(i).  Quasi-uniform (the promise
+    // of x hint 2): a unit grid with each breakpoint jittered by up to 0.3.
+    for (int64_t i = 1; i < nx; ++i)
+      x[i] = uniform ? static_cast<double>(i)
+             : x_hint == QOR_DF_QUASI_UNIFORM_PARTITION
+                 ? static_cast<double>(i) + 0.6 * (u(g) - 1.0)
+                 : x[i - 1] + u(g);
     y.resize(nx);
     for (int64_t i = 0; i < nx; ++i) y[i] = std::sin(0.1 * x[i]);
     coeff.resize(4 * (nx - 1));

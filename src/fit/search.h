@@ -282,6 +282,12 @@ void quasi_uniform_search(int64_t nx, const T *x, int64_t n, const T *site, T sc
   for (; i + kBlock <= n; i += kBlock) {
     int64_t g[kBlock];
     for (int b = 0; b < kBlock; b += 4) position4<T, W>(site + i + b, x0, scale, g + b);
+    // The block's windows are requested before the first is settled, so that
+    // on a partition larger than the cache their misses overlap.
+    for (int b = 0; b < kBlock; ++b) {
+      const uint64_t w = static_cast<uint64_t>(g[b]) - 3u;  // window start, wrapped when out of range
+      _mm_prefetch(reinterpret_cast<const char *>(x + (w < static_cast<uint64_t>(nx) ? w : 0)), _MM_HINT_T0);
+    }
     for (int b = 0; b < kBlock; ++b)
       cell[i + b] = static_cast<Idx<W>>(quasi_settle<T, W>(x, nx, site[i + b], g[b]));
   }
