@@ -257,6 +257,48 @@ TYPED_TEST(FitSearch, EveryMethodAndWidthMatchesReference) {
   }
 }
 
+// The hybrid method keeps several groups of sites in flight and the
+// quasi-uniform method stages blocks of 32; batch lengths around those sizes
+// (and a batch whose sites all lie outside the partition, which must not scan
+// a table cell) check that no site is lost, repeated or mixed with its
+// neighbour's bracket.
+TYPED_TEST(FitSearch, BatchLengthsAroundGroupSizes) {
+  using T = TypeParam;
+  std::mt19937_64 rng(99);
+  const T kNaN = std::numeric_limits<T>::quiet_NaN();
+  for (int kind : {1, 2}) {
+    const std::vector<T> x = partition<T>(kind, 5000, rng);
+    qor_df_task_t *task = nullptr;
+    ASSERT_EQ(Api<T>::new_task(&task, 5000, x.data(), 1, 1), 0);
+    const Task *rec = reinterpret_cast<const Task *>(task);
+    T cell_scale;
+    if constexpr (sizeof(T) == 8) cell_scale = rec->cell_scale.d;
+    else cell_scale = rec->cell_scale.s;
+    const T index_scale = static_cast<T>(x.size() - 1) / (x.back() - x.front());
+    std::vector<T> pool = sites_for(x, rng, 600);
+    pool[7] = kNaN;
+    const T span = x.back() - x.front();
+    const std::vector<T> outside = {x.back() + span, x.back(), x.front() - span, kNaN,
+                                    std::numeric_limits<T>::infinity()};
+    for (size_t n : {1, 15, 16, 17, 31, 32, 33, 95, 96, 97, 111, 250}) {
+      SCOPED_TRACE(::testing::Message() << "kind " << kind << " n " << n);
+      const std::vector<T> s(pool.begin(), pool.begin() + n);
+      std::vector<T> out_only(n);
+      for (size_t i = 0; i < n; ++i) out_only[i] = outside[i % outside.size()];
+      for (int f = 0; f < kForms; ++f) {
+        expect_cells(x, s, run<T>(kHybrid, f, x, x.data(), s, cell_scale, rec->cell_table), 0,
+                     (std::string("Hybrid") + kForm[f]).c_str());
+        expect_cells(x, out_only,
+                     run<T>(kHybrid, f, x, x.data(), out_only, cell_scale, rec->cell_table), 0,
+                     (std::string("Hybrid outside") + kForm[f]).c_str());
+        expect_cells(x, s, run<T>(kQuasi, f, x, x.data(), s, index_scale, nullptr), 0,
+                     (std::string("QuasiUniform") + kForm[f]).c_str());
+      }
+    }
+    qor_df_kernel_DeleteTask(&task);
+  }
+}
+
 TYPED_TEST(FitSearch, SortedCarriesIndexAcrossCalls) {
   using T = TypeParam;
   std::mt19937_64 rng(7);
