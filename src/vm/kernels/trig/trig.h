@@ -97,6 +97,8 @@ struct Cfg {
   // the tangent: the double high-accuracy kernels
   static constexpr bool exact_sq = acc;
   static constexpr bool hq = acc;
+  // the three-piece reduction below 2^12 (the double HA Sin, Cos, SinCos)
+  static constexpr bool short_split = false;
   using Split = std::conditional_t<is_float, Split24, Split32>;
   static constexpr int ns = is_float ? (S == 2 ? 2 : 3) : (S == 2 ? 3 : 6);
   static constexpr int nc = is_float ? (S == 2 ? 1 : 3) : (S == 2 ? 3 : 6);
@@ -132,6 +134,34 @@ inline D horner(D z, const double *c) {
   return p;
 }
 
+// Six terms, coefficient i from c(i), in pairs as in Estrin's scheme:
+//   c0 + (c1 z + z^2 ((c2 + c3 z) + z^2 (c4 + c5 z))).
+// One multiplication more than Horner but a chain of six operations instead
+// of ten, which bounded the double HA sine and cosine loops.  The leading c0
+// comes in by the last addition, so that, as with Horner, the value carries
+// one rounding at its own scale: plain Estrin, ((c0 + c1 z) + ...) + ...,
+// rounds three times there and measured 0.84 ulp for the cosine.
+template <class Coef>
+[[gnu::always_inline]] inline D estrin6(D z, Coef c) {
+  D z2 = mul(z, z);
+  D w23 = add(mul(c(3), z), c(2));
+  D w45 = add(mul(c(5), z), c(4));
+  D hi = add(w23, mul(z2, w45));
+  return add(c(0), add(mul(c(1), z), mul(z2, hi)));
+}
+// The polynomial of a (type, slot): the kernels with the three-piece
+// reduction (double HA Sin, Cos, SinCos) evaluate it by Estrin, the same way
+// in all three so that SinCos gives the bits of Sin and Cos.
+template <class C, int N>
+[[gnu::always_inline]] inline D poly(D z, const double *c) {
+  if constexpr (C::short_split) {
+    static_assert(N == 6);
+    return estrin6(z, [&](int i) { return set(c[i]); });
+  } else {
+    return horner<N>(z, c);
+  }
+}
+
 // Exact product a * b = p + e without a fused multiply-add (Dekker).
 inline void split(D a, D &hi, D &lo) {
   D t = mul(a, set(0x1p27 + 1));
@@ -154,7 +184,7 @@ struct Reduced {
 };
 
 template <class C>
-inline Reduced<C> reduce(D ax) {
+inline Reduced<C> reduce_split(D ax) {
   using Sp = typename C::Split;
   const D shifter = set(0x1.8p52);
   Reduced<C> o;
@@ -194,10 +224,81 @@ inline Reduced<C> reduce(D ax) {
   return o;
 }
 
+// ---- double HA: a shorter reduction below 2^12 ---------------------------------
+// Below |x| = 2^12, k <= 2608 < 2^12, and pi/2 in three pieces is enough:
+// c1 of 41 bits and c2 of 40 bits, so that k c1 and k c2 are exact, and a
+// full double c3 (|c3| < 2^-85.6; what is left of pi/2 after it is below
+// 2^-141.7).  Then, for k >= 1 (x >= pi/4, so x and k c1 are multiples of
+// 2^-53 and |x - k c1| <= 0.786):
+//   a = x - k c1       exact (a multiple of 2^-53 below 1);
+//   b = a - t2, t2 = k c2 (|t2| < 2^-31.1, a multiple of 2^-82), with its
+//                      rounding error e1 by Fast2Sum: exact if |a| >= |t2|,
+//                      and otherwise b itself is exact (below 2|t2|, so
+//                      fewer than 2^52 units of 2^-82) and e1 comes out 0;
+//   s = t3 - e1, t3 = k c3 (|t3| < 2^-74.3): rounded, an error of at most
+//                      2^-53 |s|;
+//   r + rr = b - s     by Fast2Sum again: the nearest doubles to multiples of
+//                      pi/2 below 2^12 leave |r| >= 2^-60.5 (k from 16 to 31;
+//                      checked for every k), far above |s|, so |b| > |s|.
+// The pair r + rr then differs from |x| - k pi/2 by at most the rounding of
+// t3 (2^-127.3), the pieces' truncation times k (2^-130.4) and that of s:
+// relative to |r| >= 2^-60.5 below 2^-66, a hundredth of an ulp.  Against
+// the four-piece chain this saves four additions and a multiplication, the
+// port that bounds these kernels.  Lanes from 2^12 up (and the ones that
+// leave the fast path later) take the four-piece chain: it is computed for
+// the register only when one of its lanes needs it, and blended per lane,
+// so an element's result never depends on its neighbour.
+struct Split12 {
+  static constexpr double c1 = 0x1.921fb54443000p+0;
+  static constexpr double c2 = -0x1.73dcb3b39a000p-43;
+  static constexpr double c3 = 0x1.45c06e0e68948p-86;
+};
+inline constexpr int64_t kShortSplitTop = 0x40AFFFFFFFFFFFFFll;  // largest double below 2^12
+
+template <class C>
+struct RPair {
+  D r, rr;
+};
+template <class C>
+[[gnu::noinline]] RPair<C> reduce_wide(D ax) {
+  auto q = reduce_split<C>(ax);
+  return {q.r, q.rr};
+}
+
+template <class C>
+[[gnu::always_inline]] inline Reduced<C> reduce(D ax) {
+  if constexpr (!C::short_split) {
+    return reduce_split<C>(ax);
+  } else {
+    static_assert(C::acc && !C::exact_sq);
+    const D shifter = set(0x1.8p52);
+    Reduced<C> o;
+    D kd = add(mul(ax, set(0x1.45f306dc9c883p-1)), shifter);
+    o.k = _mm_castpd_si128(kd);
+    D kf = sub(kd, shifter);
+    D a = sub(ax, mul(kf, set(Split12::c1)));
+    D t2 = mul(kf, set(Split12::c2));
+    D t3 = mul(kf, set(Split12::c3));
+    D b = sub(a, t2);
+    D e1 = sub(sub(a, b), t2);
+    o.r = sub(b, t3);
+    o.rr = add(sub(sub(b, o.r), t3), e1);
+    const D wide = _mm_castsi128_pd(
+        _mm_cmpgt_epi64(_mm_castpd_si128(ax), _mm_set1_epi64x(kShortSplitTop)));
+    if (_mm_movemask_pd(wide)) [[unlikely]] {
+      const RPair<C> w = reduce_wide<C>(ax);
+      o.r = _mm_blendv_pd(o.r, w.r, wide);
+      o.rr = _mm_blendv_pd(o.rr, w.rr, wide);
+    }
+    o.z = mul(o.r, o.r);
+    return o;
+  }
+}
+
 // sin r as hi + lo (hi = r; lo the unrounded rest).
 template <class C>
 inline D sin_lo(const Reduced<C> &q) {
-  D lo = mul(mul(q.r, q.z), horner<C::ns>(q.z, C::sin_c()));
+  D lo = mul(mul(q.r, q.z), poly<C, C::ns>(q.z, C::sin_c()));
   if constexpr (C::acc) lo = add(lo, mul(q.rr, sub(set(1.0), mul(set(0.5), q.z))));
   return lo;
 }
@@ -206,7 +307,7 @@ template <class C>
 inline D cos_lo(const Reduced<C> &q, D &hi) {
   D hz = mul(set(0.5), q.z);
   hi = sub(set(1.0), hz);
-  D lo = mul(mul(q.z, q.z), horner<C::nc>(q.z, C::cos_c()));
+  D lo = mul(mul(q.z, q.z), poly<C, C::nc>(q.z, C::cos_c()));
   if constexpr (C::exact_sq) {
     // 1 - hi is exact (Sterbenz): recovers the rounding of 1 - z/2
     lo = add(sub(sub(sub(set(1.0), hi), hz), mul(set(0.5), q.zl)), sub(lo, mul(q.r, q.rr)));
@@ -255,7 +356,7 @@ inline D cos_d(D x) {
   return _mm_xor_pd(v, quad_sign<1>(q.k));
 }
 template <class C>
-inline void sincos_d(D x, D &ys, D &yc) {
+[[gnu::always_inline]] inline void sincos_d(D x, D &ys, D &yc) {
   auto q = reduce<C>(abs_of(x));
   D chi;
   D s = add(q.r, sin_lo(q));
@@ -284,6 +385,7 @@ inline void sincos_d(D x, D &ys, D &yc) {
 //           >= 0.706 has ulp 2^-53, so z's rounding costs <= 0.25 ulp.
 struct HaCfg : Cfg<double, 1> {
   static constexpr bool exact_sq = false;
+  static constexpr bool short_split = true;
 };
 struct alignas(16) HaTab {
   double c[4][6][2];  // [mask: bit l set = lane l takes the cosine][term][lane]
@@ -298,18 +400,13 @@ constexpr HaTab make_ha_tab() {
 inline constexpr HaTab kHaTab = make_ha_tab();
 
 template <bool Cos>
-inline D sin_cos_ha(D x) {
+[[gnu::always_inline]] inline D sin_cos_ha(D x) {
   auto q = reduce<HaCfg>(abs_of(x));
   // lanes taking the cosine polynomial: odd k for Sin, even k for Cos
   D usec = odd_mask(q.k);
   if constexpr (Cos) usec = _mm_xor_pd(usec, set(-0.0));
   const double(*c)[2] = kHaTab.c[_mm_movemask_pd(usec)];
-  // Horner written out: the loop over the table rows was not unrolled
-  D w = add(mul(_mm_load_pd(c[5]), q.z), _mm_load_pd(c[4]));
-  w = add(mul(w, q.z), _mm_load_pd(c[3]));
-  w = add(mul(w, q.z), _mm_load_pd(c[2]));
-  w = add(mul(w, q.z), _mm_load_pd(c[1]));
-  w = add(mul(w, q.z), _mm_load_pd(c[0]));
+  D w = estrin6(q.z, [&](int i) { return _mm_load_pd(c[i]); });
   const D one = set(1.0);
   D h = mul(set(0.5), q.z);
   D hi = sub(one, h);
