@@ -12,7 +12,10 @@
 //      (Fast2Sum, exact on the fast path: see reduce) and carry r as a pair
 //      r + rr, and recover the rounding of 1 - z/2, the largest error of cos
 //      otherwise; the tangents also square r exactly (Dekker), the HA sine,
-//      cosine and pair do not (z's rounding costs them <= 0.25 ulp).
+//      cosine and pair do not (z's rounding costs them <= 0.25 ulp).  The
+//      double HA sine, cosine and pair need only three pieces below 2^12
+//      (see "a shorter reduction below 2^12") and evaluate their six-term
+//      polynomials in Estrin pairs (see estrin6).
 //   3. sin r = r + r z P(z) and cos r = 1 - z/2 + z^2 Q(z), z = r^2, with
 //      P and Q minimax on |r| <= 0.786 (a little beyond pi/4 since k may be
 //      rounded from a product).  Degrees by slot, relative error of the
@@ -229,22 +232,25 @@ inline Reduced<C> reduce_split(D ax) {
 // c1 of 41 bits and c2 of 40 bits, so that k c1 and k c2 are exact, and a
 // full double c3 (|c3| < 2^-85.6; what is left of pi/2 after it is below
 // 2^-141.7).  Then, for k >= 1 (x >= pi/4, so x and k c1 are multiples of
-// 2^-53 and |x - k c1| <= 0.786):
+// 2^-53 and |x - k c1| <= 0.786; for k = 0, t2 = t3 = 0 and r = x):
 //   a = x - k c1       exact (a multiple of 2^-53 below 1);
 //   b = a - t2, t2 = k c2 (|t2| < 2^-31.1, a multiple of 2^-82), with its
 //                      rounding error e1 by Fast2Sum: exact if |a| >= |t2|,
 //                      and otherwise b itself is exact (below 2|t2|, so
 //                      fewer than 2^52 units of 2^-82) and e1 comes out 0;
-//   s = t3 - e1, t3 = k c3 (|t3| < 2^-74.3): rounded, an error of at most
-//                      2^-53 |s|;
-//   r + rr = b - s     by Fast2Sum again: the nearest doubles to multiples of
-//                      pi/2 below 2^12 leave |r| >= 2^-60.5 (k from 16 to 31;
-//                      checked for every k), far above |s|, so |b| > |s|.
-// The pair r + rr then differs from |x| - k pi/2 by at most the rounding of
-// t3 (2^-127.3), the pieces' truncation times k (2^-130.4) and that of s:
-// relative to |r| >= 2^-60.5 below 2^-66, a hundredth of an ulp.  Against
-// the four-piece chain this saves four additions and a multiplication, the
-// port that bounds these kernels.  Lanes from 2^12 up (and the ones that
+//   r = b - t3, t3 = k c3 (|t3| < 2^-74.3), with its rounding error by
+//                      Fast2Sum again: the nearest doubles to multiples of
+//                      pi/2 below 2^12 leave |r| >= 2^-60.5 (k from 16 to
+//                      31; checked for every k), so |b| > |t3|;
+//   rr = that error + e1, rounded (|rr| <= ulp(r): the polynomials take
+//                      rr to first order, which is all they need at that
+//                      size).
+// e1 joins rr last so that r, and the polynomial behind it, need not wait
+// for it.  The pair r + rr then differs from |x| - k pi/2 by at most the
+// rounding of t3 (2^-127.3), the pieces' truncation times k (2^-130.4) and
+// the rounding of rr (2^-53 ulp(r)): relative to |r| >= 2^-60.5 below
+// 2^-66, a hundredth of an ulp.  Against the four-piece chain this saves
+// four additions and a multiplication.  Lanes from 2^12 up (and the ones that
 // leave the fast path later) take the four-piece chain: it is computed for
 // the register only when one of its lanes needs it, and blended per lane,
 // so an element's result never depends on its neighbour.
