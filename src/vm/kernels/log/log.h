@@ -304,8 +304,12 @@ inline __m128d dlog(__m128d x, __m128d extra = _mm_setzero_pd()) {
       if constexpr (B == kE) {
         // the small terms summed while the polynomial is still on its way,
         // which takes two additions off the longest chain
+        // r^2 p = r^2 p01 + r^4 (p23 + r^2 p45), the first part joining them
+        // before the second is ready (3 cycles off the chain, same count)
         const __m128d small = _mm_add_pd(_mm_add_pd(err, plus_extra(rl)), klo);
-        return _mm_add_pd(s, _mm_add_pd(small, _mm_mul_pd(r2, p)));
+        const __m128d q = _mm_add_pd(p23, _mm_mul_pd(r2, p45));
+        const __m128d lo2 = _mm_add_pd(_mm_mul_pd(r2, p01), small);
+        return _mm_add_pd(s, _mm_add_pd(lo2, _mm_mul_pd(_mm_mul_pd(r2, r2), q)));
       }
       return _mm_add_pd(s, _mm_add_pd(_mm_add_pd(err, low), klo));
     }
