@@ -152,6 +152,22 @@ template <class Coef>
   D hi = add(w23, mul(z2, w45));
   return add(c(0), add(mul(c(1), z), mul(z2, hi)));
 }
+// Eight and five terms the same way (the double LA and EP half-turn sine).
+inline D estrin8(D z, const double *c) {
+  D z2 = mul(z, z);
+  D w23 = add(mul(set(c[3]), z), set(c[2]));
+  D w45 = add(mul(set(c[5]), z), set(c[4]));
+  D w67 = add(mul(set(c[7]), z), set(c[6]));
+  D hi = add(w45, mul(z2, w67));
+  D t = add(add(mul(set(c[1]), z), mul(z2, w23)), mul(mul(z2, z2), hi));
+  return add(set(c[0]), t);
+}
+inline D estrin5(D z, const double *c) {
+  D w23 = add(mul(set(c[3]), z), set(c[2]));
+  D z2 = mul(z, z);
+  D hi = add(w23, mul(z2, set(c[4])));
+  return add(set(c[0]), add(mul(set(c[1]), z), mul(z2, hi)));
+}
 // The polynomial of a (type, slot): the kernels with the three-piece
 // reduction (double HA Sin, Cos, SinCos) evaluate it by Estrin, the same way
 // in all three so that SinCos gives the bits of Sin and Cos.
@@ -582,7 +598,12 @@ inline D reduce_half_turn(D ax, D &kd) {
   D t = mul(ax, set(0x1.45f306dc9c883p-2));  // 1/pi
   if constexpr (Cos) t = sub(t, set(0.5));
   kd = add(t, shifter);
-  D jf = sub(kd, shifter);
+  // double: j by rounding t, off the shifter's chain (as in reduce)
+  D jf;
+  if constexpr (Float)
+    jf = sub(kd, shifter);
+  else
+    jf = _mm_round_pd(t, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
   D m = add(jf, jf);
   if constexpr (Cos) m = add(m, set(1.0));
   if constexpr (!Float) {
@@ -603,9 +624,9 @@ inline D sin_cos_half_d(D x) {
   D z = mul(r, r);
   D v;
   if constexpr (S == 2)
-    v = add(r, mul(mul(r, z), horner<5>(z, kSinH5)));
+    v = add(r, mul(mul(r, z), estrin5(z, kSinH5)));
   else
-    v = add(r, mul(mul(r, z), horner<8>(z, kSinH8)));
+    v = add(r, mul(mul(r, z), estrin8(z, kSinH8)));
   __m128i k = _mm_castpd_si128(kd);
   if constexpr (Cos) {
     k = _mm_add_epi64(k, _mm_set1_epi64x(1));
