@@ -266,13 +266,7 @@ inline __m128d dlog(__m128d x, __m128d extra = _mm_setzero_pd()) {
     const __m128d p = _mm_add_pd(_mm_add_pd(p01, _mm_mul_pd(r2, p23)), _mm_mul_pd(r4, p45));
     const __m128d a = _mm_add_pd(_mm_mul_pd(kd, d1(C::Khi)), thi);  // exact
     const __m128d klo = _mm_add_pd(_mm_mul_pd(kd, d1(C::Klo)), tlo);
-    if constexpr (A == 0 && B == kE) {
-      // r + klo joins r^2 p01 while r^4 (p23 + r^2 p45) is on its way, as in
-      // HA below: two steps off the chain
-      const __m128d q = _mm_add_pd(p23, _mm_mul_pd(r2, p45));
-      const __m128d lo2 = _mm_add_pd(_mm_mul_pd(r2, p01), _mm_add_pd(plus_extra(r), klo));
-      return _mm_add_pd(a, _mm_add_pd(lo2, _mm_mul_pd(_mm_mul_pd(r2, r2), q)));
-    } else if constexpr (A == 0) {
+    if constexpr (A == 0) {
       __m128d l = _mm_add_pd(plus_extra(r), _mm_mul_pd(r2, p));
       if constexpr (B != kE) l = _mm_mul_pd(l, d1(C::Md));
       return _mm_add_pd(a, _mm_add_pd(l, klo));
