@@ -769,6 +769,42 @@ TEST(TrigDoubleLimit, ResultIndependentOfNeighbourAcrossTheLimit) {
       }
 }
 
+// The double HA sine reduces x itself and sends zeros to the per-element
+// routine (the vector sum would turn -0 into +0): zeros keep their sign and
+// are not reported whatever their neighbour, in every slot and layout, and
+// the neighbours (subnormals, which are reported, and normal values on
+// either side of the reduction limit) keep their own results.
+TEST(TrigDoubleZero, SignKeptNextToOtherLanes) {
+  const double zeros[] = {0.0, -0.0};
+  const double others[] = {1.0, -2.5, 5000.0, -1e-300, 4.9e-324, -2.2250738585072014e-308};
+  std::vector<double> x;
+  for (double z : zeros)
+    for (double o : others) x.insert(x.end(), {z, o, o, z});
+  const int n = int(x.size());
+  for (Fn f : {Fn::Sin, Fn::SinCos, Fn::Cos})
+    for (int slot = 0; slot < 3; ++slot)
+      for (int inc : {1, 2}) {
+        std::vector<double> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
+        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
+        Recorder rec;
+        run<double>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
+        for (const auto &rep : Recorder::reports())
+          EXPECT_NE(x[size_t(rep.index)], 0.0) << fn_name(f) << " reported a zero at " << rep.index;
+        for (int i = 0; i < n; ++i) {
+          const double xi = x[size_t(i)], y = r1[size_t(i * inc)];
+          if (xi == 0.0) {
+            if (f == Fn::Cos)
+              EXPECT_EQ(bits(y), bits(1.0)) << slot_name(slot);
+            else
+              EXPECT_EQ(bits(y), bits(xi)) << fn_name(f) << " " << slot_name(slot) << " inc " << inc;
+          } else {
+            EXPECT_LE(ulp_error<double>(f, false, xi, y), bound<double>(slot))
+                << fn_name(f) << " " << slot_name(slot) << " x " << xi;
+          }
+        }
+      }
+}
+
 // ---- SinCos against Sin and Cos ----------------------------------------------------
 
 template <class T>

@@ -288,18 +288,18 @@ template <class C>
 }
 
 template <class C>
-[[gnu::always_inline]] inline Reduced<C> reduce(D ax) {
+[[gnu::always_inline]] inline Reduced<C> reduce(D ax, D x) {
   if constexpr (!C::short_split) {
-    return reduce_split<C>(ax);
+    return reduce_split<C>(x);
   } else {
     static_assert(C::acc && !C::exact_sq);
     Reduced<C> o;
-    D t = mul(ax, set(0x1.45f306dc9c883p-1));
+    D t = mul(x, set(0x1.45f306dc9c883p-1));
     // k's bits by the shifter and k itself by rounding t, which takes the
     // shifter's removal (3 cycles) off the chain; both round to nearest even
     o.k = _mm_castpd_si128(add(t, set(0x1.8p52)));
     D kf = _mm_round_pd(t, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
-    D a = sub(ax, mul(kf, set(Split12::c1)));
+    D a = sub(x, mul(kf, set(Split12::c1)));
     D t2 = mul(kf, set(Split12::c2));
     D t3 = mul(kf, set(Split12::c3));
     D b = sub(a, t2);
@@ -309,7 +309,7 @@ template <class C>
     const D wide = _mm_castsi128_pd(
         _mm_cmpgt_epi64(_mm_castpd_si128(ax), _mm_set1_epi64x(kShortSplitTop)));
     if (_mm_movemask_pd(wide)) [[unlikely]] {
-      const RPair<C> w = reduce_wide<C>(ax);
+      const RPair<C> w = reduce_wide<C>(x);
       o.r = _mm_blendv_pd(o.r, w.r, wide);
       o.rr = _mm_blendv_pd(o.rr, w.rr, wide);
     }
@@ -360,7 +360,7 @@ inline D abs_of(D x) { return _mm_andnot_pd(_mm_castsi128_pd(_mm_set1_epi64x(INT
 // The three double-register computations behind the operations.
 template <class C>
 inline D sin_d(D x) {
-  auto q = reduce<C>(abs_of(x));
+  auto q = reduce<C>(abs_of(x), abs_of(x));
   D chi;
   D s = add(q.r, sin_lo(q));
   D cl = cos_lo(q, chi);
@@ -370,7 +370,7 @@ inline D sin_d(D x) {
 }
 template <class C>
 inline D cos_d(D x) {
-  auto q = reduce<C>(abs_of(x));
+  auto q = reduce<C>(abs_of(x), abs_of(x));
   D chi;
   D s = add(q.r, sin_lo(q));
   D cl = cos_lo(q, chi);
@@ -380,7 +380,7 @@ inline D cos_d(D x) {
 }
 template <class C>
 [[gnu::always_inline]] inline void sincos_d(D x, D &ys, D &yc) {
-  auto q = reduce<C>(abs_of(x));
+  auto q = reduce<C>(abs_of(x), abs_of(x));
   D chi;
   D s = add(q.r, sin_lo(q));
   D cl = cos_lo(q, chi);
@@ -424,7 +424,16 @@ inline constexpr HaTab kHaTab = make_ha_tab();
 
 template <bool Cos>
 [[gnu::always_inline]] inline D sin_cos_ha(D x) {
-  auto q = reduce<HaCfg>(abs_of(x));
+  // The sine reduces x itself, not |x|: every step rounds symmetrically, so
+  // x < 0 gives -k, -r, -rr, the same z and table row, and -A, -B, -M on
+  // even k; bit 1 of -k, which gives the sign, equals that of k for even k
+  // and is its complement for odd k (-k = ~(k - 1)), which is what x's sign
+  // asks for.  The result is thus the same bits as reducing |x| and applying
+  // the sign (SinCos still does that; they are tested to agree), and the
+  // sign's two operations go.  Zeros alone would differ (-0 comes out +0:
+  // -0 + +0 in the last sum); Sin sends them to the per-element routine.
+  const D ax = abs_of(x);
+  auto q = Cos ? reduce<HaCfg>(ax, ax) : reduce<HaCfg>(ax, x);
   // lanes taking the cosine polynomial: odd k for Sin, even k for Cos
   D usec = odd_mask(q.k);
   if constexpr (Cos) usec = _mm_xor_pd(usec, set(-0.0));
@@ -442,12 +451,12 @@ template <bool Cos>
   if constexpr (Cos)
     return _mm_xor_pd(v, quad_sign<1>(q.k));
   else
-    return _mm_xor_pd(v, _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
+    return _mm_xor_pd(v, quad_sign<0>(q.k));
 }
 
 template <class C>
 inline D tan_d(D x) {
-  auto q = reduce<C>(abs_of(x));
+  auto q = reduce<C>(abs_of(x), abs_of(x));
   D chi;
   D sl = sin_lo(q);
   D cl = cos_lo(q, chi);
@@ -795,7 +804,7 @@ template <F (*Slow)(F)>
 // (infinities and NaNs included), and with `sub` the nonzero subnormals.
 // Tested on the bit patterns so that denormals-are-zero cannot hide them.
 template <class T>
-inline int off_path(typename V<T>::reg x, bool sub) {
+inline int off_path(typename V<T>::reg x, bool sub, bool zero = false) {
   using W = V<T>;
   auto ab = W::as_int(W::and_(x, W::absmask()));
   if constexpr (std::is_same_v<T, float>) {
@@ -806,7 +815,9 @@ inline int off_path(typename V<T>::reg x, bool sub) {
     return _mm_movemask_ps(_mm_castsi128_ps(m));
   } else {
     __m128i m = _mm_cmpgt_epi64(ab, _mm_set1_epi64x(0x413FFFFFFFFFFFFFll));  // >= 2^21
-    if (sub)
+    if (zero)  // the subnormals and the zeros: one comparison fewer
+      m = _mm_or_si128(m, _mm_cmpgt_epi64(_mm_set1_epi64x(0x0010000000000000ll), ab));
+    else if (sub)
       m = _mm_or_si128(m, _mm_and_si128(_mm_cmpgt_epi64(ab, _mm_setzero_si128()),
                                         _mm_cmpgt_epi64(_mm_set1_epi64x(0x0010000000000000ll), ab)));
     return _mm_movemask_pd(_mm_castsi128_pd(m));
@@ -831,9 +842,11 @@ struct Sin {
     else
       return trig_detail::sin_cos_ha<false>(x);
   }
+  // the double HA sine sends zeros to the per-element routine as well (see
+  // sin_cos_ha)
   template <class T, int S>
   static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
-    return trig_detail::off_path<T>(x, true);
+    return trig_detail::off_path<T>(x, true, !std::is_same_v<T, float> && S == 1);
   }
   template <class T, int S>
   static T fix(T x, int &code) {
