@@ -315,6 +315,92 @@ TEST_P(LogHard, DoubleWithinSlotBound) { check_hard<double>(GetParam()); }
 INSTANTIATE_TEST_SUITE_P(All, LogHard, ::testing::Values(kLn, kLog2, kLog10, kLog1p),
                          [](const auto &i) { return std::string(kNames[i.param]); });
 
+// ---- the subinterval of 1 in the double core -------------------------------------
+// The double HA natural logarithm (Ln and Log1p) cuts z into a high and a
+// low part everywhere except in the table's subinterval of 1, where z is
+// kept whole.  Probed: both edges of that subinterval and of its
+// neighbours, in binades from the smallest normal to the largest, a few
+// doubles either side; 1 -/+ 2^-j inside it; in every slot and both
+// layouts against MPFR; then each of these next to an element of another
+// subinterval in both lane orders, whose result must not change it.
+std::vector<double> unit_subinterval_points() {
+  std::vector<double> v;
+  const uint64_t off = 0x3FF0000000000000ull - (64ull << 45) - (1ull << 44);
+  for (uint64_t i : {63u, 64u, 65u, 66u}) {
+    const double edge = from<double>(off + (i << 45));
+    for (int e : {-1021, -300, -2, -1, 0, 1, 2, 300, 1022})
+      for (int k = -3; k <= 3; ++k) {
+        const double x = step(std::ldexp(edge, e), k);
+        if (std::isfinite(x) && x >= std::numeric_limits<double>::min()) v.push_back(x);
+      }
+  }
+  for (int j = 9; j <= 53; ++j) {
+    v.push_back(1.0 - std::ldexp(1.0, -j));
+    v.push_back(1.0 + std::ldexp(1.0, -j));
+    v.push_back(1.0 - 3 * std::ldexp(1.0, -j - 2));
+  }
+  return v;
+}
+
+TEST(LogUnitSubinterval, EdgesWithinSlotBoundBothLayouts) {
+  const std::vector<double> x = unit_subinterval_points();
+  const int n = int(x.size());
+  for (Fn f : {kLn, kLog2, kLog10})
+    for (int slot = 0; slot < 3; ++slot)
+      for (int inc : {1, 3}) {
+        std::vector<double> a(size_t(n) * inc), r(a.size());
+        for (int i = 0; i < n; ++i) a[size_t(i) * inc] = x[size_t(i)];
+        if (inc == 1)
+          run<double>(f, slot, n, a.data(), r.data());
+        else
+          run_strided<double>(f, slot, n, a.data(), inc, r.data(), inc);
+        double worst = 0, wx = 0;
+        for (int i = 0; i < n; ++i) {
+          const double e = mpfr_ulps<double>(f, x[size_t(i)], r[size_t(i) * inc]);
+          if (e > worst) worst = e, wx = x[size_t(i)];
+        }
+        EXPECT_LE(worst, bound<double>(f, slot))
+            << report_name(f, 'd') << " slot " << slot << " inc " << inc << " worst at " << wx;
+      }
+  // Log1p reaches the same core through u = 1 + x: x = u - 1 for the points
+  // of the binade of 1
+  std::vector<double> y;
+  for (double u : x)
+    if (u > 0.5 && u < 2) y.push_back(u - 1.0);
+  std::vector<double> r(y.size());
+  for (int slot = 0; slot < 3; ++slot) {
+    run<double>(kLog1p, slot, int(y.size()), y.data(), r.data());
+    double worst = 0, wx = 0;
+    for (size_t i = 0; i < y.size(); ++i) {
+      const double e = mpfr_ulps<double>(kLog1p, y[i], r[i]);
+      if (e > worst) worst = e, wx = y[i];
+    }
+    EXPECT_LE(worst, bound<double>(kLog1p, slot)) << "vdLog1p slot " << slot << " worst at " << wx;
+  }
+}
+
+TEST(LogUnitSubinterval, ResultIndependentOfNeighbour) {
+  const std::vector<double> pts = unit_subinterval_points();
+  const double others[] = {0.8, 1.3, 3.7, 1e-200};
+  std::vector<double> x;
+  for (size_t i = 0; i < pts.size(); ++i) {
+    const double o = others[i % 4];
+    x.insert(x.end(), {pts[i], o, o, pts[i]});  // both lane positions
+  }
+  const int n = int(x.size());
+  std::vector<double> r(x.size());
+  for (Fn f : {kLn, kLog2, kLog10})
+    for (int slot = 0; slot < 3; ++slot) {
+      run<double>(f, slot, n, x.data(), r.data());
+      for (int i = 0; i < n; ++i) {
+        double one = 0;
+        run<double>(f, slot, 1, &x[size_t(i)], &one);
+        EXPECT_EQ(bits(r[size_t(i)]), bits(one))
+            << report_name(f, 'd') << " slot " << slot << " x " << x[size_t(i)];
+      }
+    }
+}
+
 TEST(LogSpecial, SmallestSubnormalAndLargestFiniteFloatLn) {
   const float a[2] = {std::numeric_limits<float>::denorm_min(), std::numeric_limits<float>::max()};
   for (int slot = 0; slot < 3; ++slot) {

@@ -641,6 +641,170 @@ TEST(TrigFloatLimit, ResultIndependentOfNeighboursAcrossTheLimit) {
       }
 }
 
+// ---- double reduction limit 2^12 ---------------------------------------------------
+// The double HA Sin, Cos and SinCos reduce with three pieces of pi/2 below
+// 2^12 and with four from there on, lane by lane.  Probed: the doubles on
+// both sides of 2^12 and the nearest ones to k pi/2 around it, both signs,
+// every slot, both layouts; the doubles nearest every multiple of pi/2 below
+// the limit, where the reduced argument is smallest; and elements of both
+// sides sharing a register, whose results must be their own.
+std::vector<double> around_double_limit() {
+  std::vector<double> v;
+  double lo = 4096.0, hi = 4096.0;
+  for (int i = 0; i < 64; ++i) {
+    lo = std::nextafter(lo, 0.0);
+    v.push_back(lo);
+    v.push_back(hi);
+    hi = std::nextafter(hi, 1e300);
+  }
+  mpfr_t P, X;
+  mpfr_inits2(256, P, X, (mpfr_ptr)0);
+  mpfr_const_pi(P, MPFR_RNDN);
+  mpfr_div_2ui(P, P, 1, MPFR_RNDN);
+  for (long k = 2600; k <= 2616; ++k) {  // 2607 pi/2 < 2^12 < 2608 pi/2
+    mpfr_mul_si(X, P, k, MPFR_RNDN);
+    double x = mpfr_get_d(X, MPFR_RNDN);
+    for (double y : {std::nextafter(x, 0.0), x, std::nextafter(x, 1e300)}) v.push_back(y);
+  }
+  mpfr_clears(P, X, (mpfr_ptr)0);
+  const size_t n = v.size();
+  for (size_t i = 0; i < n; ++i) v.push_back(-v[i]);
+  return v;
+}
+
+TEST(TrigDoubleLimit, BothSidesWithinBoundInBothLayouts) {
+  const std::vector<double> x = around_double_limit();
+  const int n = int(x.size());
+  for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
+    for (int slot = 0; slot < 3; ++slot)
+      for (int inc : {1, 3}) {
+        std::vector<double> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
+        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
+        Recorder rec;
+        run<double>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
+        EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
+        double worst = 0, worst2 = 0;
+        double at = 0;
+        for (int i = 0; i < n; ++i) {
+          double e = ulp_error<double>(f, false, x[size_t(i)], r1[size_t(i * inc)]);
+          if (e > worst) worst = e, at = x[size_t(i)];
+          if (f == Fn::SinCos)
+            worst2 = std::max(worst2, ulp_error<double>(f, true, x[size_t(i)], r2[size_t(i * inc)]));
+        }
+        EXPECT_LE(worst, bound<double>(slot))
+            << fn_name(f) << " " << slot_name(slot) << " inc " << inc << " at " << at;
+        EXPECT_LE(worst2, bound<double>(slot)) << "SinCos cos " << slot_name(slot) << " inc " << inc;
+      }
+}
+
+// Every k from 1 to 2608 (the largest below 2^12): the double nearest k pi/2
+// and its two neighbours, both signs.  The three-piece reduction's error
+// bound rests on |r| >= 2^-60.5 for all of them.
+TEST(TrigDoubleLimit, NearestToEveryMultipleOfHalfPiBelowTheLimit) {
+  std::vector<double> x;
+  mpfr_t P, X;
+  mpfr_inits2(256, P, X, (mpfr_ptr)0);
+  mpfr_const_pi(P, MPFR_RNDN);
+  mpfr_div_2ui(P, P, 1, MPFR_RNDN);
+  for (long k = 1; k <= 2608; ++k) {
+    mpfr_mul_si(X, P, k, MPFR_RNDN);
+    double y = mpfr_get_d(X, MPFR_RNDN);
+    for (double z : {std::nextafter(y, 0.0), y, std::nextafter(y, 1e300)}) {
+      x.push_back(z);
+      x.push_back(-z);
+    }
+  }
+  mpfr_clears(P, X, (mpfr_ptr)0);
+  const int n = int(x.size());
+  std::vector<double> r1(x.size()), r2(x.size());
+  for (Fn f : {Fn::Sin, Fn::Cos, Fn::SinCos}) {
+    Recorder rec;
+    run<double>(f, 1, n, x.data(), r1.data(), r2.data());
+    EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
+    double worst = 0, worst2 = 0, at = 0;
+    for (int i = 0; i < n; ++i) {
+      double e = ulp_error<double>(f, false, x[size_t(i)], r1[size_t(i)]);
+      if (e > worst) worst = e, at = x[size_t(i)];
+      if (f == Fn::SinCos) worst2 = std::max(worst2, ulp_error<double>(f, true, x[size_t(i)], r2[size_t(i)]));
+    }
+    EXPECT_LE(worst, bound<double>(1)) << fn_name(f) << " at " << at;
+    EXPECT_LE(worst2, bound<double>(1)) << "SinCos cos";
+  }
+}
+
+TEST(TrigDoubleLimit, ResultIndependentOfNeighbourAcrossTheLimit) {
+  // one element below and one at or above 2^12 in every order, both signs,
+  // and the pairs shifted by one so that each lane position sees both
+  const double small[] = {0.5, 2.356194490192345, 4095.999999999999, -3.0, 6.283185307179586,
+                          -4095.5};
+  const double large[] = {4096.0, -4096.000000000001, 5000.25, 1e6, -2097151.5, 7.0e5};
+  std::vector<double> x;
+  for (int i = 0; i < 6; ++i) {
+    x.push_back(small[i]);
+    x.push_back(large[i]);
+    x.push_back(large[(i + 1) % 6]);
+    x.push_back(small[(i + 2) % 6]);
+  }
+  x.insert(x.begin(), 1.0);  // the same pairs again, one lane over
+  const size_t half = x.size();
+  for (size_t i = 1; i < half; ++i) x.push_back(x[i]);
+  const int n = int(x.size());
+  for (Fn f : {Fn::Sin, Fn::Cos, Fn::SinCos})
+    for (int slot = 0; slot < 3; ++slot)
+      for (int inc : {1, 2}) {
+        std::vector<double> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
+        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
+        run<double>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
+        for (int i = 0; i < n; ++i) {
+          double one1 = 0, one2 = 0;
+          run<double>(f, slot, 1, &x[size_t(i)], &one1, &one2);
+          EXPECT_EQ(bits(r1[size_t(i * inc)]), bits(one1))
+              << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
+          EXPECT_LE(ulp_error<double>(f, false, x[size_t(i)], r1[size_t(i * inc)]), bound<double>(slot))
+              << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
+          if (f == Fn::SinCos) {
+            EXPECT_EQ(bits(r2[size_t(i * inc)]), bits(one2)) << "SinCos cos x " << x[size_t(i)];
+          }
+        }
+      }
+}
+
+// The double HA sine reduces x itself and sends zeros to the per-element
+// routine (the vector sum would turn -0 into +0): zeros keep their sign and
+// are not reported whatever their neighbour, in every slot and layout, and
+// the neighbours (subnormals, which are reported, and normal values on
+// either side of the reduction limit) keep their own results.
+TEST(TrigDoubleZero, SignKeptNextToOtherLanes) {
+  const double zeros[] = {0.0, -0.0};
+  const double others[] = {1.0, -2.5, 5000.0, -1e-300, 4.9e-324, -2.2250738585072014e-308};
+  std::vector<double> x;
+  for (double z : zeros)
+    for (double o : others) x.insert(x.end(), {z, o, o, z});
+  const int n = int(x.size());
+  for (Fn f : {Fn::Sin, Fn::SinCos, Fn::Cos})
+    for (int slot = 0; slot < 3; ++slot)
+      for (int inc : {1, 2}) {
+        std::vector<double> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
+        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
+        Recorder rec;
+        run<double>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
+        for (const auto &rep : Recorder::reports())
+          EXPECT_NE(x[size_t(rep.index)], 0.0) << fn_name(f) << " reported a zero at " << rep.index;
+        for (int i = 0; i < n; ++i) {
+          const double xi = x[size_t(i)], y = r1[size_t(i * inc)];
+          if (xi == 0.0) {
+            if (f == Fn::Cos)
+              EXPECT_EQ(bits(y), bits(1.0)) << slot_name(slot);
+            else
+              EXPECT_EQ(bits(y), bits(xi)) << fn_name(f) << " " << slot_name(slot) << " inc " << inc;
+          } else {
+            EXPECT_LE(ulp_error<double>(f, false, xi, y), bound<double>(slot))
+                << fn_name(f) << " " << slot_name(slot) << " x " << xi;
+          }
+        }
+      }
+}
+
 // ---- SinCos against Sin and Cos ----------------------------------------------------
 
 template <class T>

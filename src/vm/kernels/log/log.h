@@ -147,12 +147,15 @@ inline __m128d not_pos_normal_d(__m128d x) {
 
 enum Base { kE = 0, k2 = 1, k10 = 2 };
 
+// One 32-byte row per subinterval, so that a single byte offset, taken
+// straight from the pattern by one shift and mask, addresses all three
+// values (a separate array for the low parts needed the index scaled twice
+// over in scalar code).
 struct DEntry {
-  double invc, hi;
+  double invc, hi, lo, pad;
 };
-struct DTab {
+struct alignas(32) DTab {
   DEntry e[128];
-  double lo[128];
 };
 
 // Pattern offset: bits(z) = kOff + (i << 45) + (bits below), so interval 64
@@ -180,8 +183,7 @@ constexpr DTab make_dtab() {
     if (i == 64) invc = 1.0;
     const long double L = -log_b(invc, B);
     const double hi = round_to(L, 0x1p42L);
-    t.e[i] = {invc, hi};
-    t.lo[i] = static_cast<double>(L - hi);
+    t.e[i] = {invc, hi, static_cast<double>(L - hi), 0.0};
   }
   return t;
 }
@@ -220,9 +222,12 @@ inline __m128d dlog(__m128d x, __m128d extra = _mm_setzero_pd()) {
   const __m128i kb = _mm_srli_epi64(t, 52);  // k + 1023
   // z = x 2^-k: t's mantissa bits are z's pattern minus kOff
   const __m128i iz = _mm_add_epi64(_mm_and_si128(t, q1(0x000FFFFFFFFFFFFFull)), q1(kOff));
-  const __m128i idx = _mm_and_si128(_mm_srli_epi64(t, 45), q1(127));
-  const int i0 = _mm_cvtsi128_si32(idx), i1 = _mm_extract_epi32(idx, 2);
-  const __m128d e0 = _mm_loadu_pd(&tb.e[i0].invc), e1 = _mm_loadu_pd(&tb.e[i1].invc);
+  // byte offsets of the rows: the subinterval number times 32
+  const __m128i off = _mm_and_si128(_mm_srli_epi64(t, 40), q1(127u << 5));
+  const char *base = reinterpret_cast<const char *>(tb.e);
+  const double *row0 = reinterpret_cast<const double *>(base + _mm_cvtsi128_si64(off));
+  const double *row1 = reinterpret_cast<const double *>(base + _mm_extract_epi64(off, 1));
+  const __m128d e0 = _mm_loadu_pd(row0), e1 = _mm_loadu_pd(row1);
   const __m128d invc = _mm_unpacklo_pd(e0, e1);
   const __m128d thi = _mm_unpackhi_pd(e0, e1);
   // k as a double: 2^52 + k + 1023 has k + 1023 in its low mantissa bits
@@ -242,8 +247,12 @@ inline __m128d dlog(__m128d x, __m128d extra = _mm_setzero_pd()) {
     const __m128d a = _mm_add_pd(_mm_mul_pd(kd, d1(C::Kd)), thi);
     return _mm_add_pd(a, l);
   } else {
-    const __m128d tlo = _mm_loadh_pd(_mm_load_sd(&tb.lo[i0]), &tb.lo[i1]);
-    const __m128d zh = _mm_and_pd(z, _mm_castsi128_pd(q1(0xFFFFFFFFFFFFFC00ull)));
+    const __m128d tlo = _mm_loadh_pd(_mm_load_sd(row0 + 2), row1 + 2);
+    // Natural-log HA: in the subinterval of 1 (invc = 1) z is not cut, so
+    // that rh = z - 1 is exact by itself and rl = 0 (see below).
+    __m128i zmask = q1(0xFFFFFFFFFFFFFC00ull);
+    if constexpr (A == 1 && B == kE) zmask = _mm_or_si128(zmask, _mm_cmpeq_epi64(off, q1(64u << 5)));
+    const __m128d zh = _mm_and_pd(z, _mm_castsi128_pd(zmask));
     const __m128d zl = _mm_sub_pd(z, zh);
     const __m128d rh = _mm_sub_pd(_mm_mul_pd(zh, invc), one);  // exact
     const __m128d rl = _mm_mul_pd(zl, invc);
@@ -262,17 +271,23 @@ inline __m128d dlog(__m128d x, __m128d extra = _mm_setzero_pd()) {
       if constexpr (B != kE) l = _mm_mul_pd(l, d1(C::Md));
       return _mm_add_pd(a, _mm_add_pd(l, klo));
     } else {
-      // r's rounding error.  In the subinterval of 1 (invc = 1) r = z - 1 is
-      // exact and this is 0; elsewhere |log| >= 2^-9 and a rough value of the
-      // error suffices.  Keeping rh and rl apart instead would cancel badly
-      // just below 1.
-      const __m128d rc = _mm_sub_pd(rl, _mm_sub_pd(r, rh));
-      const __m128d tail = _mm_add_pd(plus_extra(rc), _mm_mul_pd(r2, p));  // log(1+r) - r
       __m128d lead, low;
       if constexpr (B == kE) {
-        lead = r;
-        low = tail;
+        // The exact rh leads and rl joins the small terms, so r's rounding
+        // error is never needed (two additions fewer).  With z cut everywhere
+        // rh and rl would cancel badly just below 1 (z = 1 - 2^-50: rh =
+        // -2^-43, rl nearly +2^-43, and the rounding of rl + r^2 p at 2^-96
+        // against a result of 2^-50); in the subinterval of 1 z is whole, so
+        // rl = 0 there.  Elsewhere |log| >= 2^-9 while |rl| < 2^-41, and its
+        // sum with the other small terms rounds far below the result's ulp.
+        lead = rh;
       } else {
+        // r's rounding error.  In the subinterval of 1 (invc = 1) r = z - 1
+        // is exact and this is 0; elsewhere |log| >= 2^-9 and a rough value
+        // of the error suffices.  Keeping rh and rl apart instead would
+        // cancel badly just below 1.
+        const __m128d rc = _mm_sub_pd(rl, _mm_sub_pd(r, rh));
+        const __m128d tail = _mm_add_pd(plus_extra(rc), _mm_mul_pd(r2, p));  // log(1+r) - r
         // r M = rhh Mhi (exact: 26 x 27 bits) + the rest
         const __m128d rhh = _mm_and_pd(r, _mm_castsi128_pd(q1(0xFFFFFFFFF8000000ull)));
         const __m128d rhl = _mm_sub_pd(r, rhh);
@@ -286,6 +301,16 @@ inline __m128d dlog(__m128d x, __m128d extra = _mm_setzero_pd()) {
       // so the fast two-sum is exact.
       const __m128d s = _mm_add_pd(a, lead);
       const __m128d err = _mm_sub_pd(lead, _mm_sub_pd(s, a));
+      if constexpr (B == kE) {
+        // the small terms summed while the polynomial is still on its way,
+        // which takes two additions off the longest chain
+        // r^2 p = r^2 p01 + r^4 (p23 + r^2 p45), the first part joining them
+        // before the second is ready (3 cycles off the chain, same count)
+        const __m128d small = _mm_add_pd(_mm_add_pd(err, plus_extra(rl)), klo);
+        const __m128d q = _mm_add_pd(p23, _mm_mul_pd(r2, p45));
+        const __m128d lo2 = _mm_add_pd(_mm_mul_pd(r2, p01), small);
+        return _mm_add_pd(s, _mm_add_pd(lo2, _mm_mul_pd(_mm_mul_pd(r2, r2), q)));
+      }
       return _mm_add_pd(s, _mm_add_pd(_mm_add_pd(err, low), klo));
     }
   }

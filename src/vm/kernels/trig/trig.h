@@ -12,7 +12,10 @@
 //      (Fast2Sum, exact on the fast path: see reduce) and carry r as a pair
 //      r + rr, and recover the rounding of 1 - z/2, the largest error of cos
 //      otherwise; the tangents also square r exactly (Dekker), the HA sine,
-//      cosine and pair do not (z's rounding costs them <= 0.25 ulp).
+//      cosine and pair do not (z's rounding costs them <= 0.25 ulp).  The
+//      double HA sine, cosine and pair need only three pieces below 2^12
+//      (see "a shorter reduction below 2^12") and evaluate their six-term
+//      polynomials in Estrin pairs (see estrin6).
 //   3. sin r = r + r z P(z) and cos r = 1 - z/2 + z^2 Q(z), z = r^2, with
 //      P and Q minimax on |r| <= 0.786 (a little beyond pi/4 since k may be
 //      rounded from a product).  Degrees by slot, relative error of the
@@ -97,6 +100,8 @@ struct Cfg {
   // the tangent: the double high-accuracy kernels
   static constexpr bool exact_sq = acc;
   static constexpr bool hq = acc;
+  // the three-piece reduction below 2^12 (the double HA Sin, Cos, SinCos)
+  static constexpr bool short_split = false;
   using Split = std::conditional_t<is_float, Split24, Split32>;
   static constexpr int ns = is_float ? (S == 2 ? 2 : 3) : (S == 2 ? 3 : 6);
   static constexpr int nc = is_float ? (S == 2 ? 1 : 3) : (S == 2 ? 3 : 6);
@@ -132,6 +137,50 @@ inline D horner(D z, const double *c) {
   return p;
 }
 
+// Six terms, coefficient i from c(i), in pairs as in Estrin's scheme:
+//   c0 + (c1 z + z^2 ((c2 + c3 z) + z^2 (c4 + c5 z))).
+// One multiplication more than Horner but a chain of six operations instead
+// of ten, which bounded the double HA sine and cosine loops.  The leading c0
+// comes in by the last addition, so that, as with Horner, the value carries
+// one rounding at its own scale: plain Estrin, ((c0 + c1 z) + ...) + ...,
+// rounds three times there and measured 0.84 ulp for the cosine.
+template <class Coef>
+[[gnu::always_inline]] inline D estrin6(D z, Coef c) {
+  D z2 = mul(z, z);
+  D w23 = add(mul(c(3), z), c(2));
+  D w45 = add(mul(c(5), z), c(4));
+  D hi = add(w23, mul(z2, w45));
+  return add(c(0), add(mul(c(1), z), mul(z2, hi)));
+}
+// Eight and five terms the same way (the double LA and EP half-turn sine).
+inline D estrin8(D z, const double *c) {
+  D z2 = mul(z, z);
+  D w23 = add(mul(set(c[3]), z), set(c[2]));
+  D w45 = add(mul(set(c[5]), z), set(c[4]));
+  D w67 = add(mul(set(c[7]), z), set(c[6]));
+  D hi = add(w45, mul(z2, w67));
+  D t = add(add(mul(set(c[1]), z), mul(z2, w23)), mul(mul(z2, z2), hi));
+  return add(set(c[0]), t);
+}
+inline D estrin5(D z, const double *c) {
+  D w23 = add(mul(set(c[3]), z), set(c[2]));
+  D z2 = mul(z, z);
+  D hi = add(w23, mul(z2, set(c[4])));
+  return add(set(c[0]), add(mul(set(c[1]), z), mul(z2, hi)));
+}
+// The polynomial of a (type, slot): the kernels with the three-piece
+// reduction (double HA Sin, Cos, SinCos) evaluate it by Estrin, the same way
+// in all three so that SinCos gives the bits of Sin and Cos.
+template <class C, int N>
+[[gnu::always_inline]] inline D poly(D z, const double *c) {
+  if constexpr (C::short_split) {
+    static_assert(N == 6);
+    return estrin6(z, [&](int i) { return set(c[i]); });
+  } else {
+    return horner<N>(z, c);
+  }
+}
+
 // Exact product a * b = p + e without a fused multiply-add (Dekker).
 inline void split(D a, D &hi, D &lo) {
   D t = mul(a, set(0x1p27 + 1));
@@ -154,7 +203,7 @@ struct Reduced {
 };
 
 template <class C>
-inline Reduced<C> reduce(D ax) {
+inline Reduced<C> reduce_split(D ax) {
   using Sp = typename C::Split;
   const D shifter = set(0x1.8p52);
   Reduced<C> o;
@@ -194,10 +243,85 @@ inline Reduced<C> reduce(D ax) {
   return o;
 }
 
+// ---- double HA: a shorter reduction below 2^12 ---------------------------------
+// Below |x| = 2^12, k <= 2608 < 2^12, and pi/2 in three pieces is enough:
+// c1 of 41 bits and c2 of 40 bits, so that k c1 and k c2 are exact, and a
+// full double c3 (|c3| < 2^-85.6; what is left of pi/2 after it is below
+// 2^-141.7).  Then, for k >= 1 (x >= pi/4, so x and k c1 are multiples of
+// 2^-53 and |x - k c1| <= 0.786; for k = 0, t2 = t3 = 0 and r = x):
+//   a = x - k c1       exact (a multiple of 2^-53 below 1);
+//   b = a - t2, t2 = k c2 (|t2| < 2^-31.1, a multiple of 2^-82), with its
+//                      rounding error e1 by Fast2Sum: exact if |a| >= |t2|,
+//                      and otherwise b itself is exact (below 2|t2|, so
+//                      fewer than 2^52 units of 2^-82) and e1 comes out 0;
+//   r = b - t3, t3 = k c3 (|t3| < 2^-74.3), with its rounding error by
+//                      Fast2Sum again: the nearest doubles to multiples of
+//                      pi/2 below 2^12 leave |r| >= 2^-60.5 (k from 16 to
+//                      31; checked for every k), so |b| > |t3|;
+//   rr = that error + e1, rounded (|rr| <= ulp(r): the polynomials take
+//                      rr to first order, which is all they need at that
+//                      size).
+// e1 joins rr last so that r, and the polynomial behind it, need not wait
+// for it.  The pair r + rr then differs from |x| - k pi/2 by at most the
+// rounding of t3 (2^-127.3), the pieces' truncation times k (2^-130.4) and
+// the rounding of rr (2^-53 ulp(r)): relative to |r| >= 2^-60.5 below
+// 2^-66, a hundredth of an ulp.  Against the four-piece chain this saves
+// four additions and a multiplication.  Lanes from 2^12 up (and the ones that
+// leave the fast path later) take the four-piece chain: it is computed for
+// the register only when one of its lanes needs it, and blended per lane,
+// so an element's result never depends on its neighbour.
+struct Split12 {
+  static constexpr double c1 = 0x1.921fb54443000p+0;
+  static constexpr double c2 = -0x1.73dcb3b39a000p-43;
+  static constexpr double c3 = 0x1.45c06e0e68948p-86;
+};
+inline constexpr int64_t kShortSplitTop = 0x40AFFFFFFFFFFFFFll;  // largest double below 2^12
+
+template <class C>
+struct RPair {
+  D r, rr;
+};
+template <class C>
+[[gnu::noinline]] RPair<C> reduce_wide(D ax) {
+  auto q = reduce_split<C>(ax);
+  return {q.r, q.rr};
+}
+
+template <class C>
+[[gnu::always_inline]] inline Reduced<C> reduce(D ax, D x) {
+  if constexpr (!C::short_split) {
+    return reduce_split<C>(x);
+  } else {
+    static_assert(C::acc && !C::exact_sq);
+    Reduced<C> o;
+    D t = mul(x, set(0x1.45f306dc9c883p-1));
+    // k's bits by the shifter and k itself by rounding t, which takes the
+    // shifter's removal (3 cycles) off the chain; both round to nearest even
+    o.k = _mm_castpd_si128(add(t, set(0x1.8p52)));
+    D kf = _mm_round_pd(t, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+    D a = sub(x, mul(kf, set(Split12::c1)));
+    D t2 = mul(kf, set(Split12::c2));
+    D t3 = mul(kf, set(Split12::c3));
+    D b = sub(a, t2);
+    D e1 = sub(sub(a, b), t2);
+    o.r = sub(b, t3);
+    o.rr = add(sub(sub(b, o.r), t3), e1);
+    const D wide = _mm_castsi128_pd(
+        _mm_cmpgt_epi64(_mm_castpd_si128(ax), _mm_set1_epi64x(kShortSplitTop)));
+    if (_mm_movemask_pd(wide)) [[unlikely]] {
+      const RPair<C> w = reduce_wide<C>(x);
+      o.r = _mm_blendv_pd(o.r, w.r, wide);
+      o.rr = _mm_blendv_pd(o.rr, w.rr, wide);
+    }
+    o.z = mul(o.r, o.r);
+    return o;
+  }
+}
+
 // sin r as hi + lo (hi = r; lo the unrounded rest).
 template <class C>
 inline D sin_lo(const Reduced<C> &q) {
-  D lo = mul(mul(q.r, q.z), horner<C::ns>(q.z, C::sin_c()));
+  D lo = mul(mul(q.r, q.z), poly<C, C::ns>(q.z, C::sin_c()));
   if constexpr (C::acc) lo = add(lo, mul(q.rr, sub(set(1.0), mul(set(0.5), q.z))));
   return lo;
 }
@@ -206,7 +330,7 @@ template <class C>
 inline D cos_lo(const Reduced<C> &q, D &hi) {
   D hz = mul(set(0.5), q.z);
   hi = sub(set(1.0), hz);
-  D lo = mul(mul(q.z, q.z), horner<C::nc>(q.z, C::cos_c()));
+  D lo = mul(mul(q.z, q.z), poly<C, C::nc>(q.z, C::cos_c()));
   if constexpr (C::exact_sq) {
     // 1 - hi is exact (Sterbenz): recovers the rounding of 1 - z/2
     lo = add(sub(sub(sub(set(1.0), hi), hz), mul(set(0.5), q.zl)), sub(lo, mul(q.r, q.rr)));
@@ -236,7 +360,7 @@ inline D abs_of(D x) { return _mm_andnot_pd(_mm_castsi128_pd(_mm_set1_epi64x(INT
 // The three double-register computations behind the operations.
 template <class C>
 inline D sin_d(D x) {
-  auto q = reduce<C>(abs_of(x));
+  auto q = reduce<C>(abs_of(x), abs_of(x));
   D chi;
   D s = add(q.r, sin_lo(q));
   D cl = cos_lo(q, chi);
@@ -246,7 +370,7 @@ inline D sin_d(D x) {
 }
 template <class C>
 inline D cos_d(D x) {
-  auto q = reduce<C>(abs_of(x));
+  auto q = reduce<C>(abs_of(x), abs_of(x));
   D chi;
   D s = add(q.r, sin_lo(q));
   D cl = cos_lo(q, chi);
@@ -255,8 +379,8 @@ inline D cos_d(D x) {
   return _mm_xor_pd(v, quad_sign<1>(q.k));
 }
 template <class C>
-inline void sincos_d(D x, D &ys, D &yc) {
-  auto q = reduce<C>(abs_of(x));
+[[gnu::always_inline]] inline void sincos_d(D x, D &ys, D &yc) {
+  auto q = reduce<C>(abs_of(x), abs_of(x));
   D chi;
   D s = add(q.r, sin_lo(q));
   D cl = cos_lo(q, chi);
@@ -284,6 +408,7 @@ inline void sincos_d(D x, D &ys, D &yc) {
 //           >= 0.706 has ulp 2^-53, so z's rounding costs <= 0.25 ulp.
 struct HaCfg : Cfg<double, 1> {
   static constexpr bool exact_sq = false;
+  static constexpr bool short_split = true;
 };
 struct alignas(16) HaTab {
   double c[4][6][2];  // [mask: bit l set = lane l takes the cosine][term][lane]
@@ -298,18 +423,22 @@ constexpr HaTab make_ha_tab() {
 inline constexpr HaTab kHaTab = make_ha_tab();
 
 template <bool Cos>
-inline D sin_cos_ha(D x) {
-  auto q = reduce<HaCfg>(abs_of(x));
+[[gnu::always_inline]] inline D sin_cos_ha(D x) {
+  // The sine reduces x itself, not |x|: every step rounds symmetrically, so
+  // x < 0 gives -k, -r, -rr, the same z and table row, and -A, -B, -M on
+  // even k; bit 1 of -k, which gives the sign, equals that of k for even k
+  // and is its complement for odd k (-k = ~(k - 1)), which is what x's sign
+  // asks for.  The result is thus the same bits as reducing |x| and applying
+  // the sign (SinCos still does that; they are tested to agree), and the
+  // sign's two operations go.  Zeros alone would differ (-0 comes out +0:
+  // -0 + +0 in the last sum); Sin sends them to the per-element routine.
+  const D ax = abs_of(x);
+  auto q = Cos ? reduce<HaCfg>(ax, ax) : reduce<HaCfg>(ax, x);
   // lanes taking the cosine polynomial: odd k for Sin, even k for Cos
   D usec = odd_mask(q.k);
   if constexpr (Cos) usec = _mm_xor_pd(usec, set(-0.0));
   const double(*c)[2] = kHaTab.c[_mm_movemask_pd(usec)];
-  // Horner written out: the loop over the table rows was not unrolled
-  D w = add(mul(_mm_load_pd(c[5]), q.z), _mm_load_pd(c[4]));
-  w = add(mul(w, q.z), _mm_load_pd(c[3]));
-  w = add(mul(w, q.z), _mm_load_pd(c[2]));
-  w = add(mul(w, q.z), _mm_load_pd(c[1]));
-  w = add(mul(w, q.z), _mm_load_pd(c[0]));
+  D w = estrin6(q.z, [&](int i) { return _mm_load_pd(c[i]); });
   const D one = set(1.0);
   D h = mul(set(0.5), q.z);
   D hi = sub(one, h);
@@ -322,12 +451,12 @@ inline D sin_cos_ha(D x) {
   if constexpr (Cos)
     return _mm_xor_pd(v, quad_sign<1>(q.k));
   else
-    return _mm_xor_pd(v, _mm_xor_pd(quad_sign<0>(q.k), sign_of(x)));
+    return _mm_xor_pd(v, quad_sign<0>(q.k));
 }
 
 template <class C>
 inline D tan_d(D x) {
-  auto q = reduce<C>(abs_of(x));
+  auto q = reduce<C>(abs_of(x), abs_of(x));
   D chi;
   D sl = sin_lo(q);
   D cl = cos_lo(q, chi);
@@ -478,7 +607,12 @@ inline D reduce_half_turn(D ax, D &kd) {
   D t = mul(ax, set(0x1.45f306dc9c883p-2));  // 1/pi
   if constexpr (Cos) t = sub(t, set(0.5));
   kd = add(t, shifter);
-  D jf = sub(kd, shifter);
+  // double: j by rounding t, off the shifter's chain (as in reduce)
+  D jf;
+  if constexpr (Float)
+    jf = sub(kd, shifter);
+  else
+    jf = _mm_round_pd(t, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
   D m = add(jf, jf);
   if constexpr (Cos) m = add(m, set(1.0));
   if constexpr (!Float) {
@@ -499,9 +633,9 @@ inline D sin_cos_half_d(D x) {
   D z = mul(r, r);
   D v;
   if constexpr (S == 2)
-    v = add(r, mul(mul(r, z), horner<5>(z, kSinH5)));
+    v = add(r, mul(mul(r, z), estrin5(z, kSinH5)));
   else
-    v = add(r, mul(mul(r, z), horner<8>(z, kSinH8)));
+    v = add(r, mul(mul(r, z), estrin8(z, kSinH8)));
   __m128i k = _mm_castpd_si128(kd);
   if constexpr (Cos) {
     k = _mm_add_epi64(k, _mm_set1_epi64x(1));
@@ -670,7 +804,7 @@ template <F (*Slow)(F)>
 // (infinities and NaNs included), and with `sub` the nonzero subnormals.
 // Tested on the bit patterns so that denormals-are-zero cannot hide them.
 template <class T>
-inline int off_path(typename V<T>::reg x, bool sub) {
+inline int off_path(typename V<T>::reg x, bool sub, bool zero = false) {
   using W = V<T>;
   auto ab = W::as_int(W::and_(x, W::absmask()));
   if constexpr (std::is_same_v<T, float>) {
@@ -681,7 +815,9 @@ inline int off_path(typename V<T>::reg x, bool sub) {
     return _mm_movemask_ps(_mm_castsi128_ps(m));
   } else {
     __m128i m = _mm_cmpgt_epi64(ab, _mm_set1_epi64x(0x413FFFFFFFFFFFFFll));  // >= 2^21
-    if (sub)
+    if (zero)  // the subnormals and the zeros: one comparison fewer
+      m = _mm_or_si128(m, _mm_cmpgt_epi64(_mm_set1_epi64x(0x0010000000000000ll), ab));
+    else if (sub)
       m = _mm_or_si128(m, _mm_and_si128(_mm_cmpgt_epi64(ab, _mm_setzero_si128()),
                                         _mm_cmpgt_epi64(_mm_set1_epi64x(0x0010000000000000ll), ab)));
     return _mm_movemask_pd(_mm_castsi128_pd(m));
@@ -706,9 +842,11 @@ struct Sin {
     else
       return trig_detail::sin_cos_ha<false>(x);
   }
+  // the double HA sine sends zeros to the per-element routine as well (see
+  // sin_cos_ha)
   template <class T, int S>
   static int special(trig_detail::Rg<T> x, trig_detail::Rg<T>) {
-    return trig_detail::off_path<T>(x, true);
+    return trig_detail::off_path<T>(x, true, !std::is_same_v<T, float> && S == 1);
   }
   template <class T, int S>
   static T fix(T x, int &code) {
