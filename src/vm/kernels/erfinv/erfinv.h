@@ -164,18 +164,91 @@ template <bool High>
   }
 }
 
-// Lanes with |x| <= kCentral always take the central polynomial, whatever
-// their neighbour is, so an element's result does not depend on where it
-// sits in the array; the pieces are evaluated only for registers with a lane
-// beyond kCentral (NaN included).
+// w = -ln(1 - a^2) for a = |x| in (0, 1).  High accuracy: 1 - a^2 =
+// (1 - a)(1 + a) as a double-double (1 - a is exact above 1/2), its
+// logarithm as a double-double and the low part of the product folded in
+// (w = wh + wl to about 2^-66 relative); low accuracy: the plain double
+// logarithm, wl = 0.
+template <bool High>
+[[gnu::always_inline]] inline __m128d tail_w(__m128d a, __m128d &wl) {
+  const __m128d om = _mm_sub_pd(c(1.0), a);
+  if constexpr (High) {
+    __m128d opl, pl;
+    __m128d oph = lx::two_sum(c(1.0), a, opl);
+    __m128d ph = lx::two_prod(om, oph, pl);
+    pl = _mm_add_pd(pl, _mm_mul_pd(om, opl));
+    lx::DD l = lx::log_dd(ph);
+    wl = _mm_sub_pd(_mm_setzero_pd(), _mm_add_pd(l.lo, _mm_div_pd(pl, ph)));
+    return _mm_sub_pd(_mm_setzero_pd(), l.hi);
+  } else {
+    wl = _mm_setzero_pd();
+    return _mm_sub_pd(_mm_setzero_pd(), lx::log_d(_mm_mul_pd(om, _mm_add_pd(c(1.0), a))));
+  }
+}
+
+// kCentral < a <= kMiddle (w <= kMiddleW, a <= 0.99903): erfinv(a) =
+// a P(w), one polynomial in t = w - mid with broadcast coefficients.  In w
+// the function is smooth all the way (degree 21 reaches 2^-58 where a
+// polynomial in a^2 would need far more), and it is nearly linear: P - c0 -
+// c1 t stays below 3 % of P.  As in central(), c0 + c1 t is formed as a
+// double-double from error-free steps (t itself as th + tl: wh - mid is not
+// always exact, and w's low part joins tl) and a times its high part as an
+// exact product, so the plainly evaluated rest and the final addition are
+// the only roundings at the scale of the result.
+template <bool High>
+[[gnu::always_inline]] inline __m128d middle(__m128d a, __m128d wh, __m128d wl) {
+  namespace k = erfinv_coeffs;
+  constexpr int D = High ? k::kHighMiddleDeg : k::kLowMiddleDeg;
+  const double *cf = High ? k::kHighMiddle : k::kLowMiddle;
+  auto coef = [&](int j) { return c(cf[j]); };
+  __m128d pw[5];
+  if constexpr (High) {
+    __m128d te;
+    const __m128d th = lx::two_sum(wh, c(-cf[0]), te);
+    const __m128d tl = _mm_add_pd(te, wl);
+    pw[0] = _mm_add_pd(th, tl);
+    for (int i = 1; i < 5; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
+    // t^2 (c2 + c3 t + ...): row index 5 holds c2
+    const __m128d rest2 = _mm_mul_pd(pw[1], estrin<D - 1>(coef, 5, pw));
+    __m128d pe, se, e;
+    const __m128d p = lx::two_prod(c(cf[3]), th, pe);
+    const __m128d s = lx::fast_two_sum(c(cf[1]), p, se);  // |c1 t| < c0 / 3
+    const __m128d lin = _mm_add_pd(_mm_mul_pd(c(cf[4]), th), _mm_mul_pd(c(cf[3]), tl));
+    const __m128d rest = _mm_add_pd(_mm_add_pd(_mm_add_pd(c(cf[2]), pe), _mm_add_pd(se, lin)), rest2);
+    const __m128d h = lx::two_prod(a, s, e);
+    return _mm_add_pd(h, _mm_add_pd(e, _mm_mul_pd(a, rest)));
+  } else {
+    (void)wl;
+    const __m128d t = _mm_sub_pd(wh, c(cf[0]));
+    pw[0] = t;
+    for (int i = 1; i < 5; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
+    const __m128d p2 = estrin<D - 1>(coef, 5, pw);
+    const __m128d q = _mm_mul_pd(t, _mm_add_pd(c(cf[3]), _mm_mul_pd(t, p2)));
+    return _mm_mul_pd(a, _mm_add_pd(c(cf[1]), q));
+  }
+}
+
+// Every lane takes the region its own value falls in, whatever its
+// neighbour is, so an element's result does not depend on where it sits in
+// the array: |x| <= kCentral the central polynomial (always evaluated),
+// then w <= kMiddleW the middle one (evaluated only for registers with a
+// lane beyond kCentral), and beyond that the per-lane pieces (only for
+// registers with a lane beyond the middle region, 0.2 % of them for uniform
+// inputs; NaN and |x| >= 1 go there too and are replaced later).
 template <bool High>
 inline __m128d eval2(__m128d x) {
   const __m128d a = _mm_andnot_pd(c(-0.0), x);
-  const __m128d in = _mm_cmple_pd(a, c(erfinv_coeffs::kCentral));
+  const __m128d sign = _mm_and_pd(x, c(-0.0));
+  __m128d in = _mm_cmple_pd(a, c(erfinv_coeffs::kCentral));
   __m128d r = central<High>(a);
-  r = _mm_or_pd(r, _mm_and_pd(x, c(-0.0)));
-  if (__builtin_expect(_mm_movemask_pd(in) != 3, 0)) r = _mm_blendv_pd(eval<High>(x), r, in);
-  return r;
+  if (__builtin_expect(_mm_movemask_pd(in) != 3, 0)) {
+    __m128d wl;
+    const __m128d wh = tail_w<High>(a, wl);
+    r = _mm_blendv_pd(middle<High>(a, wh, wl), r, in);
+    in = _mm_or_pd(in, _mm_cmple_pd(wh, c(erfinv_coeffs::kMiddleW)));
+    if (__builtin_expect(_mm_movemask_pd(in) != 3, 0)) r = _mm_blendv_pd(_mm_andnot_pd(c(-0.0), eval<High>(x)), r, in);
+  }
+  return _mm_or_pd(r, sign);
 }
 
 }  // namespace erfinv_core
