@@ -127,21 +127,31 @@ template <int N, class Coef>
 // product; only the rest, t^2 P2(t) below 0.03 c0, is evaluated plainly
 // (Estrin).  The final addition is then the only rounding at the scale of
 // the result.
+// a^2 = uh + ul exactly (Dekker's split of a into two 26-bit halves); the
+// central polynomial uses it and so does w in the middle region.
+struct Square {
+  __m128d uh, ul;
+};
+[[gnu::always_inline]] inline Square square(__m128d a) {
+  const __m128d sp = c(134217729.0);  // 2^27 + 1
+  const __m128d ca = _mm_mul_pd(a, sp);
+  const __m128d ah = _mm_sub_pd(ca, _mm_sub_pd(ca, a)), al = _mm_sub_pd(a, ah);
+  Square q;
+  q.uh = _mm_mul_pd(a, a);
+  q.ul = _mm_add_pd(_mm_add_pd(_mm_sub_pd(_mm_mul_pd(ah, ah), q.uh), _mm_mul_pd(_mm_add_pd(ah, ah), al)),
+                    _mm_mul_pd(al, al));
+  return q;
+}
+
 template <bool High>
-[[gnu::always_inline]] inline __m128d central(__m128d a) {
+[[gnu::always_inline]] inline __m128d central(__m128d a, const Square &sq) {
   namespace k = erfinv_coeffs;
   constexpr int D = High ? k::kHighCentralDeg : k::kLowCentralDeg;
   const double *cf = High ? k::kHighCentral : k::kLowCentral;
   auto coef = [&](int j) { return c(cf[j]); };
   __m128d pw[6];
   if constexpr (High) {
-    const __m128d sp = c(134217729.0);  // 2^27 + 1
-    const __m128d ca = _mm_mul_pd(a, sp);
-    const __m128d ah = _mm_sub_pd(ca, _mm_sub_pd(ca, a)), al = _mm_sub_pd(a, ah);
-    const __m128d uh = _mm_mul_pd(a, a);
-    const __m128d ul = _mm_add_pd(
-        _mm_add_pd(_mm_sub_pd(_mm_mul_pd(ah, ah), uh), _mm_mul_pd(_mm_add_pd(ah, ah), al)),
-        _mm_mul_pd(al, al));
+    const __m128d uh = sq.uh, ul = sq.ul;
     const __m128d t = _mm_add_pd(_mm_sub_pd(uh, c(cf[0])), ul);
     pw[0] = t;
     for (int i = 1; i < 6; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
@@ -154,6 +164,7 @@ template <bool High>
     const __m128d h = lx::two_prod(a, s, e);
     return _mm_add_pd(h, _mm_add_pd(e, _mm_mul_pd(a, rest)));
   } else {
+    (void)sq;
     const __m128d t = _mm_sub_pd(_mm_mul_pd(a, a), c(cf[0]));
     pw[0] = t;
     for (int i = 1; i < 6; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
@@ -165,23 +176,23 @@ template <bool High>
 }
 
 // w = -ln(1 - a^2) for a = |x| in (0, 1).  High accuracy: 1 - a^2 =
-// (1 - a)(1 + a) as a double-double (1 - a is exact above 1/2), its
-// logarithm as a double-double and the low part of the product folded in
-// (w = wh + wl to about 2^-66 relative); low accuracy: the plain double
-// logarithm, wl = 0.
+// (1 - uh) - ul with a^2 = uh + ul exact and 1 - uh exact (uh >= 1/2 in the
+// lanes that use w), the logarithm of 1 - uh as a double-double and -ul
+// folded in to first order ((ul / (1 - uh))^2 < 2^-90 below |x| = 0.99903),
+// so w = wh + wl to about 2^-66 relative; low accuracy: the plain double
+// logarithm of (1 - a)(1 + a), wl = 0.
 template <bool High>
-[[gnu::always_inline]] inline __m128d tail_w(__m128d a, __m128d &wl) {
-  const __m128d om = _mm_sub_pd(c(1.0), a);
+[[gnu::always_inline]] inline __m128d tail_w(__m128d a, const Square &sq, __m128d &wl) {
   if constexpr (High) {
-    __m128d opl, pl;
-    __m128d oph = lx::two_sum(c(1.0), a, opl);
-    __m128d ph = lx::two_prod(om, oph, pl);
-    pl = _mm_add_pd(pl, _mm_mul_pd(om, opl));
+    (void)a;
+    const __m128d ph = _mm_sub_pd(c(1.0), sq.uh);
     lx::DD l = lx::log_dd(ph);
-    wl = _mm_sub_pd(_mm_setzero_pd(), _mm_add_pd(l.lo, _mm_div_pd(pl, ph)));
+    wl = _mm_sub_pd(_mm_div_pd(sq.ul, ph), l.lo);
     return _mm_sub_pd(_mm_setzero_pd(), l.hi);
   } else {
+    (void)sq;
     wl = _mm_setzero_pd();
+    const __m128d om = _mm_sub_pd(c(1.0), a);
     return _mm_sub_pd(_mm_setzero_pd(), lx::log_d(_mm_mul_pd(om, _mm_add_pd(c(1.0), a))));
   }
 }
@@ -210,13 +221,16 @@ template <bool High>
     for (int i = 1; i < 5; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
     // t^2 (c2 + c3 t + ...): row index 5 holds c2
     const __m128d rest2 = _mm_mul_pd(pw[1], estrin<D - 1>(coef, 5, pw));
-    __m128d pe, se, e;
+    __m128d pe, se;
     const __m128d p = lx::two_prod(c(cf[3]), th, pe);
     const __m128d s = lx::fast_two_sum(c(cf[1]), p, se);  // |c1 t| < c0 / 3
     const __m128d lin = _mm_add_pd(_mm_mul_pd(c(cf[4]), th), _mm_mul_pd(c(cf[3]), tl));
     const __m128d rest = _mm_add_pd(_mm_add_pd(_mm_add_pd(c(cf[2]), pe), _mm_add_pd(se, lin)), rest2);
-    const __m128d h = lx::two_prod(a, s, e);
-    return _mm_add_pd(h, _mm_add_pd(e, _mm_mul_pd(a, rest)));
+    // a P = P - y P with y = 1 - a exact and below 0.15: y P needs no exact
+    // product, its rounding is at most 0.15 of one at the result's scale
+    const __m128d y = _mm_sub_pd(c(1.0), a);
+    const __m128d yp = _mm_mul_pd(y, _mm_add_pd(s, rest));
+    return _mm_add_pd(s, _mm_sub_pd(rest, yp));
   } else {
     (void)wl;
     const __m128d t = _mm_sub_pd(wh, c(cf[0]));
@@ -240,10 +254,12 @@ inline __m128d eval2(__m128d x) {
   const __m128d a = _mm_andnot_pd(c(-0.0), x);
   const __m128d sign = _mm_and_pd(x, c(-0.0));
   __m128d in = _mm_cmple_pd(a, c(erfinv_coeffs::kCentral));
-  __m128d r = central<High>(a);
+  Square sq{};
+  if constexpr (High) sq = square(a);
+  __m128d r = central<High>(a, sq);
   if (__builtin_expect(_mm_movemask_pd(in) != 3, 0)) {
     __m128d wl;
-    const __m128d wh = tail_w<High>(a, wl);
+    const __m128d wh = tail_w<High>(a, sq, wl);
     r = _mm_blendv_pd(middle<High>(a, wh, wl), r, in);
     in = _mm_or_pd(in, _mm_cmple_pd(wh, c(erfinv_coeffs::kMiddleW)));
     if (__builtin_expect(_mm_movemask_pd(in) != 3, 0)) r = _mm_blendv_pd(_mm_andnot_pd(c(-0.0), eval<High>(x)), r, in);
