@@ -155,8 +155,13 @@ template <bool High>
     const __m128d t = _mm_add_pd(_mm_sub_pd(uh, c(cf[0])), ul);
     pw[0] = t;
     for (int i = 1; i < 6; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
-    // t^2 (c2 + c3 t + ...): row index 5 holds c2
-    const __m128d rest2 = _mm_mul_pd(pw[1], estrin<D - 1>(coef, 5, pw));
+    // c2 t^2 + c3 t^3 + t^4 (c4 + c5 t + ...) (row index 5 holds c2): the
+    // two terms that dominate the rest (up to 5 % of P near the bound) are
+    // formed on their own and the Estrin tree only supplies the part below
+    // 0.5 %, so its several roundings stay far below the final one.
+    const __m128d t3 = _mm_mul_pd(pw[1], t);
+    const __m128d rest4 = _mm_mul_pd(pw[2], estrin<D - 3>(coef, 7, pw));
+    const __m128d rest2 = _mm_add_pd(_mm_add_pd(rest4, _mm_mul_pd(c(cf[6]), t3)), _mm_mul_pd(c(cf[5]), pw[1]));
     __m128d pe, se, e;
     const __m128d p = lx::two_prod(c(cf[3]), t, pe);
     const __m128d s = lx::fast_two_sum(c(cf[1]), p, se);
@@ -177,17 +182,16 @@ template <bool High>
 
 // w = -ln(1 - a^2) for a = |x| in (0, 1).  High accuracy: 1 - a^2 =
 // (1 - uh) - ul with a^2 = uh + ul exact and 1 - uh exact (uh >= 1/2 in the
-// lanes that use w), the logarithm of 1 - uh as a double-double and -ul
-// folded in to first order ((ul / (1 - uh))^2 < 2^-90 below |x| = 0.99903),
-// so w = wh + wl to about 2^-66 relative; low accuracy: the plain double
-// logarithm of (1 - a)(1 + a), wl = 0.
+// lanes that use w), and its logarithm as a double-double from the shorter
+// log_dd_far (w >= 1.28 in those lanes), so w = wh + wl to about 2^-62
+// relative, which moves the result by under 2^-62 relative; low accuracy:
+// the plain double logarithm of (1 - a)(1 + a), wl = 0.
 template <bool High>
 [[gnu::always_inline]] inline __m128d tail_w(__m128d a, const Square &sq, __m128d &wl) {
   if constexpr (High) {
     (void)a;
-    const __m128d ph = _mm_sub_pd(c(1.0), sq.uh);
-    lx::DD l = lx::log_dd(ph);
-    wl = _mm_sub_pd(_mm_div_pd(sq.ul, ph), l.lo);
+    const lx::DD l = lx::log_dd_far(_mm_sub_pd(c(1.0), sq.uh), _mm_sub_pd(_mm_setzero_pd(), sq.ul));
+    wl = _mm_sub_pd(_mm_setzero_pd(), l.lo);
     return _mm_sub_pd(_mm_setzero_pd(), l.hi);
   } else {
     (void)sq;
