@@ -7,8 +7,9 @@
 // [0, 1/4]; pieces 1..15 are erfinv(x) as a polynomial in w = -ln(1 - x^2) on
 // [2^e, 1.5 2^e) and [1.5 2^e, 2^(e+1)) for e = -2..5 (the first starts at
 // -ln(3/4), the last ends at 48); the central polynomial (erfinv(x)/x in x^2
-// for |x| <= kCentral, one set of coefficients for all lanes) is written
-// after them.  Each is Chebyshev interpolation in long
+// for |x| <= kCentral, one set of coefficients for all lanes) and the middle
+// one (erfinv(x)/x in w for kCentral < |x| and w <= kMiddleW, likewise) are
+// written after them.  Each is Chebyshev interpolation in long
 // double, written in powers of t = v - mid.  The reference is the library's
 // extended-precision erfinv / erfcinv (about 2^-64 relative); in the tail
 // 1 - x is formed as e^-w / (1 + sqrt(1 - e^-w)) so that it keeps full

@@ -126,15 +126,6 @@ template <int N, class Coef>
   }
 }
 
-// |a| <= kCentral (a = |x|): erfinv(a) = a P(a^2), one polynomial with
-// broadcast coefficients for every lane (per-lane coefficient loads cost
-// about as much as the whole polynomial).  P - c0 reaches 0.2 c0 near the
-// bound, so for 1 ulp the leading part is kept exact: a^2 = uh + ul exactly
-// (ul folded into t), c0 + c1 t as a double-double from error-free steps (c0
-// and c1 are stored as double-doubles), and a times its high part as an exact
-// product; only the rest, t^2 P2(t) below 0.03 c0, is evaluated plainly
-// (Estrin).  The final addition is then the only rounding at the scale of
-// the result.
 // a^2 = uh + ul exactly (Dekker's split of a into two 26-bit halves); the
 // central polynomial uses it and so does w in the middle region.
 struct Square {
@@ -151,6 +142,14 @@ struct Square {
   return q;
 }
 
+// |a| <= kCentral (a = |x|): erfinv(a) = a P(a^2), one polynomial with
+// broadcast coefficients for every lane (per-lane coefficient loads cost
+// about as much as the whole polynomial).  P - c0 reaches 0.2 c0 near the
+// bound, so for 1 ulp the leading part is kept exact: a^2 = uh + ul exactly
+// (ul folded into t), c0 + c1 t as a double-double from error-free steps (c0
+// and c1 are stored as double-doubles), and a times its high part as an exact
+// product; only the rest, t^2 P2(t) below 0.05 c0, is evaluated plainly.
+// The final addition is then the only rounding at the scale of the result.
 template <bool High>
 [[gnu::always_inline]] inline __m128d central(__m128d a, const Square &sq) {
   namespace k = erfinv_coeffs;
