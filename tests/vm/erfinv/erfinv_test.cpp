@@ -433,8 +433,8 @@ void accuracy_middle_region() {
       if (e > worst) worst = e, wx = xs[i];
     }
     EXPECT_LE(worst, tight_bound(slot, sizeof(T) == 4)) << "slot " << slot << " worst at x = " << wx;
-    std::printf("middle region, %s slot %d: max %.3f ulp at %.17g\n", sizeof(T) == 4 ? "float" : "double",
-                slot, worst, double(wx));
+    std::printf("middle region with central partners, %s slot %d: max %.3f ulp at %.17g\n",
+                sizeof(T) == 4 ? "float" : "double", slot, worst, double(wx));
   }
 }
 
