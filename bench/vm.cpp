@@ -10,6 +10,10 @@
 //                                  record the catalogue's costs)
 //   bench_vm --summary [ID...]     table of slots at n = 1000 and 1,000,000
 //                                  beside the catalogue cost and the peers
+//   bench_vm --domain LO HI ...    either of the above with the arguments drawn
+//                                  uniformly from [LO, HI] instead of each
+//                                  function's usual domain (e.g. ErfInv on
+//                                  (-1, 1), the inverse-CDF generator's inputs)
 //
 // Benchmarks: vm/<id>/<slot>/<n> for every table at n = 1000, and for the
 // arithmetic and rounding functions also at n = 1,000,000;
@@ -22,6 +26,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <random>
@@ -76,7 +81,13 @@ std::vector<Row> rows() {
 
 // Inputs inside each function's domain, so that the timed path is the
 // ordinary one.
+double domain_lo = 0, domain_hi = 0;  // --domain: used for every function when lo < hi
+
 void domain(const std::string &f, double &lo, double &hi) {
+  if (domain_lo < domain_hi) {
+    lo = domain_lo, hi = domain_hi;
+    return;
+  }
   lo = 0.1, hi = 10;
   if (f == "Acos" || f == "Asin" || f == "Atanh" || f == "ErfInv" || f == "Acospi" ||
       f == "Asinpi")
@@ -546,6 +557,17 @@ int print_summary(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
+  if (argc > 3 && std::strcmp(argv[1], "--domain") == 0) {
+    domain_lo = std::strtod(argv[2], nullptr);
+    domain_hi = std::strtod(argv[3], nullptr);
+    if (!(domain_lo < domain_hi)) {
+      std::fprintf(stderr, "bench_vm: --domain needs LO < HI\n");
+      return 2;
+    }
+    argv[3] = argv[0];
+    argc -= 3;
+    argv += 3;
+  }
   if (argc > 1 && std::strcmp(argv[1], "--costs") == 0) return print_costs(argc - 2, argv + 2);
   if (argc > 1 && std::strcmp(argv[1], "--summary") == 0)
     return print_summary(argc - 2, argv + 2);

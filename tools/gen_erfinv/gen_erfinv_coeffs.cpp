@@ -7,8 +7,9 @@
 // [0, 1/4]; pieces 1..15 are erfinv(x) as a polynomial in w = -ln(1 - x^2) on
 // [2^e, 1.5 2^e) and [1.5 2^e, 2^(e+1)) for e = -2..5 (the first starts at
 // -ln(3/4), the last ends at 48); the central polynomial (erfinv(x)/x in x^2
-// for |x| <= kCentral, one set of coefficients for all lanes) is written
-// after them.  Each is Chebyshev interpolation in long
+// for |x| <= kCentral, one set of coefficients for all lanes) and the middle
+// one (erfinv(x)/x in w for kCentral < |x| and w <= kMiddleW, likewise) are
+// written after them.  Each is Chebyshev interpolation in long
 // double, written in powers of t = v - mid.  The reference is the library's
 // extended-precision erfinv / erfcinv (about 2^-64 relative); in the tail
 // 1 - x is formed as e^-w / (1 + sqrt(1 - e^-w)) so that it keeps full
@@ -34,6 +35,11 @@ struct Piece {
 #define ERFINV_CENTRAL 0.85L
 #endif
 static const ld kCentral = ERFINV_CENTRAL;
+// Upper end, in w, of the middle polynomial (see erfinv.h).
+#ifndef ERFINV_MIDDLE_W
+#define ERFINV_MIDDLE_W 6.25L
+#endif
+static const ld kMiddleW = ERFINV_MIDDLE_W;
 
 static ld f(const Piece &p, ld v) {
   if (p.central) {
@@ -182,6 +188,87 @@ int main() {
                 "// t^2 .. t^%d\n", deg);
     std::printf("alignas(16) inline constexpr double %sCentral[%d] = {\n   ", s.name, deg + 4);
     std::printf(" %a, %a, %a, %a, %a,", double(midof(wide)), double(c[0]), double(c[0] - double(c[0])),
+                double(c[1]), double(c[1] - double(c[1])));
+    for (int i = 2; i <= deg; ++i)
+      std::printf("%s%a%s", i % 4 == 2 ? "\n    " : " ", double(c[i]), i == deg ? "" : ",");
+    std::printf("};\n");
+  }
+  // The middle polynomial: erfinv(x)/x in w = -ln(1 - x^2) for kCentral <
+  // |x| <= kMiddle, again one set of coefficients for every lane.  Over the
+  // range erfinv(x)/x grows from 1.2 to 2.3, so c0 + c1 t is again kept as a
+  // double-double; what the kernel evaluates plainly is the rest, whose size
+  // relative to the whole is printed.
+  const ld w0 = -std::log1p(-kCentral * kCentral);
+  const Piece mid2{w0, kMiddleW, false};
+  std::printf("\n// kCentral < |x| <= kMiddle (w = -ln(1 - x^2) <= kMiddleW): erfinv(x) = x P(w),\n"
+              "// in powers of t = w - mid\n");
+  std::printf("inline constexpr double kMiddleW = %a;\n", double(kMiddleW));
+  for (const Set &s : sets) {
+    auto g = [&](ld v) {  // erfinv(x)/x at w = v
+      ld e = std::exp(-v), om = e / (1 + std::sqrt(1 - e));
+      return f(mid2, v) / (1 - om);
+    };
+    const ld mid = midof(mid2), half = std::fmax(mid2.b - mid, mid - mid2.a);
+    auto fitg = [&](int n) {
+      std::vector<ld> fx(n + 1), cheb(n + 1, 0);
+      for (int k = 0; k <= n; ++k) fx[k] = g(mid + half * std::cos(M_PIl * (k + 0.5L) / (n + 1)));
+      for (int j = 0; j <= n; ++j) {
+        ld sum = 0;
+        for (int k = 0; k <= n; ++k) sum += fx[k] * std::cos(M_PIl * j * (k + 0.5L) / (n + 1));
+        cheb[j] = sum * 2 / (n + 1);
+      }
+      cheb[0] /= 2;
+      std::vector<ld> mono(n + 1, 0), t0(n + 1, 0), t1(n + 1, 0), t2(n + 1, 0);
+      t0[0] = 1;
+      t1[1] = 1;
+      for (int j = 0; j <= n; ++j) {
+        const std::vector<ld> &tj = j == 0 ? t0 : t1;
+        for (int i = 0; i <= n; ++i) mono[i] += cheb[j] * tj[i];
+        if (j >= 1) {
+          for (int i = 0; i <= n; ++i) t2[i] = (i ? 2 * t1[i - 1] : 0) - t0[i];
+          t0 = t1;
+          t1 = t2;
+        }
+      }
+      ld scale = 1;
+      for (int i = 0; i <= n; ++i, scale /= half) mono[i] *= scale;
+      return mono;
+    };
+    // worst relative error (stored: c0, c1 as double-doubles) and the worst
+    // |rest| / P, rest = P - c0 - c1 t
+    auto checkg = [&](const std::vector<ld> &c, bool rounded, ld *rest) {
+      ld worst = 0, wr = 0;
+      for (int k = 0; k <= 600; ++k) {
+        ld v = mid2.a + (mid2.b - mid2.a) * (k + 0.5L) / 601, t = v - mid, sum = 0;
+        for (int i = int(c.size()) - 1; i >= 0; --i) {
+          ld ci = c[i];
+          if (rounded) {
+            if (i >= 2) ci = static_cast<ld>(double(c[i]));
+            else ci = static_cast<ld>(double(c[i])) + static_cast<ld>(double(c[i] - double(c[i])));
+          }
+          sum = sum * t + ci;
+        }
+        ld want = g(v);
+        worst = std::fmax(worst, std::fabs(sum - want) / want);
+        wr = std::fmax(wr, std::fabs(sum - c[0] - c[1] * t) / want);
+      }
+      if (rest) *rest = wr;
+      return worst;
+    };
+    int deg = 4;
+    for (; deg < 60; ++deg)
+      if (checkg(fitg(deg), false, nullptr) <= s.target) break;
+    std::vector<ld> c = fitg(deg);
+    ld rest = 0;
+    const ld e1 = checkg(c, false, &rest), e2 = checkg(c, true, nullptr);
+    std::printf("\n// degree %d, worst relative error of the fit 2^%.1Lf (2^%.1Lf with the\n"
+                "// coefficients as stored); P - c0 - c1 t is at most 2^%.1Lf P\n",
+                deg, std::log2(e1), std::log2(e2), std::log2(rest));
+    std::printf("inline constexpr int %sMiddleDeg = %d;\n", s.name, deg);
+    std::printf("// mid, the coefficients of t^0 and t^1 as double-doubles, then those of\n"
+                "// t^2 .. t^%d\n", deg);
+    std::printf("alignas(16) inline constexpr double %sMiddle[%d] = {\n   ", s.name, deg + 4);
+    std::printf(" %a, %a, %a, %a, %a,", double(mid), double(c[0]), double(c[0] - double(c[0])),
                 double(c[1]), double(c[1] - double(c[1])));
     for (int i = 2; i <= deg; ++i)
       std::printf("%s%a%s", i % 4 == 2 ? "\n    " : " ", double(c[i]), i == deg ? "" : ",");

@@ -64,6 +64,30 @@ double exact(double x) {
   return v;
 }
 
+// Error of got in ulps of T against erfinv(x) from MPFR kept at 256 bits
+// (fractional: exact() rounds to double, which for double results hides
+// everything below one ulp).
+template <class T>
+double frac_ulps(T got, double x) {
+  static bool init = (qor::accuracy::init_reference(), true);
+  (void)init;
+  static const auto ref = qor::accuracy::find_reference("ErfInv", false);
+  if (!std::isfinite(got)) return 1e30;
+  mpfr_t in, out, dummy, d;
+  mpfr_inits2(256, in, out, dummy, d, (mpfr_ptr)0);
+  mpfr_set_d(in, x, MPFR_RNDN);
+  mpfr_srcptr args[4] = {in, in, in, in};
+  ref(out, dummy, args, 0);
+  mpfr_set_d(d, double(got), MPFR_RNDN);
+  mpfr_sub(d, d, out, MPFR_RNDN);
+  // ulp of the exact value in T (normal results only here)
+  const long e = mpfr_get_exp(out);  // out = m 2^e, 1/2 <= |m| < 1
+  mpfr_mul_2si(d, d, (sizeof(T) == 4 ? 24 : 53) - e, MPFR_RNDN);
+  const double u = std::fabs(mpfr_get_d(d, MPFR_RNDN));
+  mpfr_clears(in, out, dummy, d, (mpfr_ptr)0);
+  return u;
+}
+
 // Max ulp error of slot over the inputs, run as one vector (so every input
 // goes through the vector path with its neighbours) and again strided.
 template <class T>
@@ -324,5 +348,97 @@ void check_mixed() {
 
 TEST(VmErfInv, MixedVectorReportsOnlySpecialLanesFloat) { check_mixed<float>(); }
 TEST(VmErfInv, MixedVectorReportsOnlySpecialLanesDouble) { check_mixed<double>(); }
+
+// ---- region switch points -------------------------------------------------------
+
+// The double kernels switch from the central polynomial to the middle one at
+// |x| = 0.85 and from the middle one to the per-lane pieces where w =
+// -ln(1 - x^2) passes 6.25 (|x| = 0.99903...).  Each switch point is probed
+// at 0 .. 40 steps of a double on either side, both signs, alone and with a
+// neighbour from every other region in the other lane of the register, in
+// both lane positions: the result must be within the slot's bound of MPFR
+// and bit-identical whatever the neighbour.  Double LA and HA are held to
+// 0.8 ulp here, tighter than the general 1 / 4 ulp bounds.
+double tight_bound(int slot, bool is_float) { return !is_float && slot < 2 ? 0.8 : bound(slot, is_float); }
+
+// The largest x whose w = -ln(1 - x^2) is below w, in long double.
+double x_of_w(long double w) {
+  return double(std::sqrt(-std::expm1(-w)));
+}
+
+template <class T>
+void check_switch_points() {
+  const double switches[] = {0.85, x_of_w(6.25L)};
+  // one neighbour from each region: central, middle, per-lane pieces, and
+  // the far end
+  const T others[] = {T(0.3), T(-0.6), T(0.93), T(-0.995), T(0.99995), T(-0.9999999)};
+  for (int slot = 0; slot < 3; ++slot)
+    for (double sw : switches)
+      for (int k = -40; k <= 40; ++k) {
+        T x = T(sw);
+        for (int j = 0; j < std::abs(k); ++j) x = std::nextafter(x, k < 0 ? T(0) : T(1));
+        for (T v : {x, T(-x)}) {
+          SCOPED_TRACE("slot " + std::to_string(slot) + " k " + std::to_string(k));
+          Recorder quiet(PEX_ERRMODE_IGNORE);
+          T alone;
+          run<T>(slot, 1, &v, &alone);
+          const double e = frac_ulps<T>(alone, double(v));
+          EXPECT_LE(e, tight_bound(slot, sizeof(T) == 4)) << "x = " << double(v);
+          for (T o : others)
+            for (int pos = 0; pos < 2; ++pos) {
+              T a[2] = {o, o}, r[2];
+              a[pos] = v;
+              run<T>(slot, 2, a, r);
+              EXPECT_EQ(bits(r[pos]), bits(alone)) << "x = " << double(v) << " beside " << double(o);
+            }
+        }
+      }
+}
+
+TEST(VmErfInv, SwitchPointsDouble) { check_switch_points<double>(); }
+TEST(VmErfInv, SwitchPointsFloat) { check_switch_points<float>(); }
+
+// The middle region, densely: uniform over 0.85 < |x| <= 0.99903, uniform in
+// w over the same stretch (which weighs its upper end), and pairs mixing it
+// with central values so that every register takes both polynomials.  Double
+// LA and HA are held to 0.8 ulp over the central values too.
+template <class T>
+void accuracy_middle_region() {
+  std::mt19937_64 g(23);
+  std::uniform_real_distribution<double> u(0, 1);
+  const double lo = 0.85, hi = x_of_w(6.25L);
+  const long double w0 = -std::log1p(-0.85L * 0.85L);
+  std::vector<T> xs;
+  for (int i = 0; i < 15000; ++i) {
+    // the central partner lies in the upper fifth of its region half the
+    // time, where the central polynomial's correction terms are largest
+    const double cu = u(g);
+    const T m = T(lo + (hi - lo) * u(g)), c = T(i & 2 ? 0.85 * (2 * cu - 1) : 0.68 + 0.17 * cu);
+    xs.push_back(i & 1 ? -m : m);
+    xs.push_back(c);
+    xs.push_back(T(x_of_w(w0 + (6.25L - w0) * u(g))));
+  }
+  for (int slot = 0; slot < 3; ++slot) {
+    T wx = 0;
+    double worst = 0;
+    std::vector<T> r(xs.size()), rs(xs.size());
+    {
+      Recorder quiet(PEX_ERRMODE_IGNORE);
+      run<T>(slot, int(xs.size()), xs.data(), r.data());
+      run_strided<T>(slot, int(xs.size()), xs.data(), 1, rs.data(), 1);
+    }
+    for (size_t i = 0; i < xs.size(); ++i) {
+      EXPECT_EQ(bits(r[i]), bits(rs[i])) << "strided differs at x = " << xs[i];
+      const double e = frac_ulps<T>(r[i], double(xs[i]));
+      if (e > worst) worst = e, wx = xs[i];
+    }
+    EXPECT_LE(worst, tight_bound(slot, sizeof(T) == 4)) << "slot " << slot << " worst at x = " << wx;
+    std::printf("middle region with central partners, %s slot %d: max %.3f ulp at %.17g\n",
+                sizeof(T) == 4 ? "float" : "double", slot, worst, double(wx));
+  }
+}
+
+TEST(VmErfInv, AccuracyOverMiddleRegionDouble) { accuracy_middle_region<double>(); }
+TEST(VmErfInv, AccuracyOverMiddleRegionFloat) { accuracy_middle_region<float>(); }
 
 }  // namespace

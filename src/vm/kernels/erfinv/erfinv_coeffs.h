@@ -84,4 +84,32 @@ alignas(16) inline constexpr double kLowCentral[21] = {
     0x1.e9eec35a6b374p+0, 0x1.57f47b0d6e75fp+1, 0x1.cc1fcfd2b068p+2, 0x1.4f2caa1e217c5p+3,
     -0x1.493dcd465fbp+3, -0x1.f355e75a76c35p+3, 0x1.4442749edf91bp+6, 0x1.e042224172543p+6};
 
+// kCentral < |x| <= kMiddle (w = -ln(1 - x^2) <= kMiddleW): erfinv(x) = x P(w),
+// in powers of t = w - mid
+inline constexpr double kMiddleW = 0x1.9p+2;
+
+// degree 21, worst relative error of the fit 2^-58.2 (2^-57.9 with the
+// coefficients as stored); P - c0 - c1 t is at most 2^-5.2 P
+inline constexpr int kHighMiddleDeg = 21;
+// mid, the coefficients of t^0 and t^1 as double-doubles, then those of
+// t^2 .. t^21
+alignas(16) inline constexpr double kHighMiddle[25] = {
+    0x1.e20b365ab3efp+1, 0x1.ce10d0f1cff54p+0, -0x1.288p-54, 0x1.da82c9a5c0efbp-3, -0x1.728p-57,
+    -0x1.cd298725f70d1p-8, -0x1.5397793fc9da1p-12, 0x1.20091e7572a38p-13, -0x1.0bede97eca916p-16,
+    0x1.33559bb3dfae4p-23, 0x1.04e3a3e4864bbp-22, -0x1.3929a21462f9bp-25, 0x1.0230a3470c47cp-30,
+    0x1.0ebfa1fc08104p-31, -0x1.7036ed3b04e7cp-34, 0x1.a3e23a1f291bfp-39, 0x1.252e4a269c717p-40,
+    -0x1.b6e7ae431690cp-43, 0x1.338872f243d17p-47, 0x1.4bf7c5a959cf9p-49, -0x1.0d50bc56cd82bp-51,
+    0x1.33f3022cadfb6p-56, 0x1.b95c048dc5731p-58, -0x1.84b096c0aec43p-61, -0x1.c220aeb0ee4b9p-67};
+
+// degree 12, worst relative error of the fit 2^-34.6 (2^-34.6 with the
+// coefficients as stored); P - c0 - c1 t is at most 2^-5.2 P
+inline constexpr int kLowMiddleDeg = 12;
+// mid, the coefficients of t^0 and t^1 as double-doubles, then those of
+// t^2 .. t^12
+alignas(16) inline constexpr double kLowMiddle[16] = {
+    0x1.e20b365ab3efp+1, 0x1.ce10d0f1cff54p+0, -0x1.408p-54, 0x1.da82c99f105b1p-3, -0x1.b9p-57,
+    -0x1.cd298709cecdfp-8, -0x1.53973c8b117cbp-12, 0x1.20090e6d83901p-13, -0x1.0bf2d45582e16p-16,
+    0x1.33a9848decf7p-23, 0x1.0592570c7f917p-22, -0x1.39e754514905ap-25, 0x1.a643b6e6f7217p-31,
+    0x1.1bf4eac124d8ap-31, -0x1.0f8401facd8e9p-34, -0x1.71c46fb2c3755p-42};
+
 }  // namespace qor::vm::vec::erfinv_coeffs

@@ -175,6 +175,44 @@ inline DD log_dd(__m128d x) {
   return o;
 }
 
+// ln(xh + xl) as hi + lo for xh positive normal, |xl| <= 2^-40 xh, and
+// results away from zero (|ln xh| >= 1/2): a shorter form of log_dd for
+// callers that need about 2^-62 relative, not 2^-68.  With |ln x| >= 1/2
+// the terms below r (|r| < 2^-8.3) need no error-free steps: r itself is
+// rounded once (2^-61.3 at most, relative to |ln x| >= 1/2 below 2^-60),
+// r^2/2 and beyond are summed plainly; only the two additions at the scale
+// of the result keep their errors.  xl enters r through the same scaling as
+// z, r = (zh c^-1 - 1) + (zl + xl 2^-k) c^-1, so no division is needed; hi +
+// lo is not renormalised.
+inline DD log_dd_far(__m128d xh, __m128d xl) {
+  LogRed t = log_reduce(xh);
+  // 2^-k as a double: the exponent taken off xh to form z
+  __m128i tmp = _mm_sub_epi64(_mm_castpd_si128(xh), _mm_set1_epi64x(int64_t(kLogOff)));
+  __m128i kb = _mm_and_si128(tmp, _mm_set1_epi64x(int64_t(0xfff0000000000000ull)));
+  __m128d scale = _mm_castsi128_pd(_mm_sub_epi64(_mm_set1_epi64x(0x3ff0000000000000ll), kb));
+  __m128d zhi = _mm_and_pd(t.z, cbits(0xffffffff00000000ull));
+  __m128d zlo = _mm_add_pd(_mm_sub_pd(t.z, zhi), _mm_mul_pd(xl, scale));
+  __m128d ra = _mm_sub_pd(_mm_mul_pd(zhi, t.invc), c(1.0));  // exact
+  __m128d r = _mm_add_pd(ra, _mm_mul_pd(zlo, t.invc));
+  __m128d e1, e2;
+  __m128d s1 = two_sum(_mm_mul_pd(t.k, c(kTab.ln2_hi)), t.logc_hi, e1);
+  __m128d s2 = two_sum(s1, r, e2);
+  // r^2 (-1/2 + r/3 - r^2/4 + r^3/5 - r^4/6 + r^5/7 - r^6/8)
+  __m128d r2 = _mm_mul_pd(r, r);
+  __m128d p01 = _mm_add_pd(c(-0.5), _mm_mul_pd(r, c(1.0 / 3)));
+  __m128d p23 = _mm_add_pd(c(-0.25), _mm_mul_pd(r, c(0.2)));
+  __m128d p45 = _mm_add_pd(c(-1.0 / 6), _mm_mul_pd(r, c(1.0 / 7)));
+  __m128d r4 = _mm_mul_pd(r2, r2);
+  __m128d p = _mm_add_pd(_mm_add_pd(p01, _mm_mul_pd(r2, p23)), _mm_mul_pd(r4, _mm_add_pd(p45, _mm_mul_pd(r2, c(-0.125)))));
+  p = _mm_mul_pd(r2, p);
+  __m128d lo = _mm_add_pd(_mm_mul_pd(t.k, c(kTab.ln2_lo)), t.logc_lo);
+  lo = _mm_add_pd(_mm_add_pd(lo, _mm_add_pd(e1, e2)), p);
+  DD o;
+  o.hi = s2;
+  o.lo = lo;
+  return o;
+}
+
 // ln x in plain double precision, |error| < ~2^-50 max(|ln x|, ...) relative
 // to ln x; enough for float results and the enhanced-performance slot.
 inline __m128d log_d(__m128d x) {
