@@ -248,6 +248,57 @@ constexpr int unroll_of() {
     return 2;
 }
 
+// An operation whose cost differs a lot between regions of its argument may
+// split its evaluation: `split(x, defer)` returns the results of the common
+// region's lanes (and NaN for lanes left to the per-element fix) and sets
+// in `defer` the bits of the lanes it leaves for later; those lanes are
+// collected, packed into full registers and evaluated by `vec`, which must
+// give a lane the same bits whatever its neighbours.  A register with one
+// lane in each region then costs one evaluation and half, not two.
+template <class Op, class T, int S>
+concept Splits = requires(typename V<T>::reg x, int &d) { Op::template split<T, S>(x, d); };
+
+template <class Op, class T, int S, class Out, class Rep, class A>
+[[gnu::always_inline, gnu::flatten]] inline void split_loop(int body, const Out &out,
+                                                            const Rep &rep, const A &a) {
+  constexpr int L = V<T>::lanes;
+  constexpr int kChunk = 256;  // elements per round: the deferred lanes stay in L1
+  alignas(16) T dx[kChunk + L];
+  int di[kChunk];
+  for (int c0 = 0; c0 < body; c0 += kChunk) {
+    const int c1 = body - c0 < kChunk ? body : c0 + kChunk;
+    int nd = 0;
+    for (int i = c0; i < c1; i += L) {
+      auto x = a.load(i, L);
+      int defer;
+      auto y = Op::template split<T, S>(x, defer);
+      out.store(i, y, L);
+      if constexpr (requires { Op::template special<T, S>(x, y); }) {
+        const int m = Op::template special<T, S>(x, y);
+        if (m) [[unlikely]]
+          fix1<Op, T, S>(i, L, m, out, rep, x);
+      }
+      // Every lane is written to the list and only deferred ones advance
+      // it: no branch on the data.
+      alignas(16) T xs[L];
+      V<T>::store(xs, x);
+      for (int j = 0; j < L; ++j) {
+        di[nd] = i + j;  // nd <= i - c0 + j < kChunk
+        dx[nd] = xs[j];
+        nd += defer >> j & 1;
+      }
+    }
+    for (int p = 0; p < nd; p += L) {
+      const int k = nd - p < L ? nd - p : L;
+      for (int j = k; j < L; ++j) dx[p + j] = dx[p];  // pad a last partial register
+      auto y = Op::template vec<T, S>(V<T>::load(dx + p));
+      alignas(16) T ys[L];
+      V<T>::store(ys, y);
+      for (int j = 0; j < k; ++j) out.put(di[p + j], ys[j]);
+    }
+  }
+}
+
 // Body of n & -lanes elements in full registers, then the tail.
 template <class Op, class T, int S, class Out, class Rep, class... Src>
 inline void simd_loop(int n, const Out &out, const Rep &rep, const Src &...src) {
@@ -255,6 +306,10 @@ inline void simd_loop(int n, const Out &out, const Rep &rep, const Src &...src) 
   constexpr int U = unroll_of<Op>();
   const int body = n & ~(L - 1);
   int i = 0;
+  if constexpr (sizeof...(Src) == 1 && Splits<Op, T, S>) {
+    split_loop<Op, T, S>(body, out, rep, src...);
+    i = body;
+  }
   for (; i + U * L <= body; i += U * L) {
     [&]<int... k>(std::integer_sequence<int, k...>) {
       if constexpr (sizeof...(Src) == 1)

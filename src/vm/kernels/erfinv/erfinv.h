@@ -303,6 +303,30 @@ struct ErfInv {
     auto ok = W::and_(W::ge(a, W::set1(tiny)), W::lt(a, W::set1(T(1))));
     return W::blend(W::set1(std::numeric_limits<T>::quiet_NaN()), r, ok);
   }
+  // First pass of the driver's split evaluation (double only): lanes of the
+  // central region get their result exactly as vec() gives it, lanes for
+  // the per-element routine NaN, and the lanes beyond kCentral are deferred
+  // (their 0 here is overwritten).  For uniform inputs on (-1, 1) 28 % of
+  // registers hold a lane beyond kCentral; vec() would evaluate both
+  // polynomials for each of them, while the deferred lanes are evaluated
+  // later two to a register.
+  template <class T, int S>
+    requires std::is_same_v<T, double>
+  static __m128d split(__m128d x, int &defer) {
+    using namespace erfinv_core;
+    constexpr bool High = S != 2;
+    const __m128d a = _mm_andnot_pd(c(-0.0), x);
+    const __m128d ok = _mm_and_pd(_mm_cmpge_pd(a, c(0x1p-960)), _mm_cmplt_pd(a, c(1.0)));
+    const __m128d in = _mm_cmple_pd(a, c(erfinv_coeffs::kCentral));
+    defer = _mm_movemask_pd(_mm_andnot_pd(in, ok));
+    __m128d r = _mm_setzero_pd();
+    if (__builtin_expect(_mm_movemask_pd(in) != 0, 1)) {
+      Square sq{};
+      if constexpr (High) sq = square(a);
+      r = _mm_and_pd(_mm_or_pd(central<High>(a, sq), _mm_and_pd(x, c(-0.0))), in);
+    }
+    return _mm_blendv_pd(c(std::numeric_limits<double>::quiet_NaN()), r, ok);
+  }
   // NaN marks exactly the lanes the vector code leaves to the per-element
   // routine (including NaN arguments).
   template <class T, int S>
