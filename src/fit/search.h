@@ -256,7 +256,6 @@ inline int64_t settle_near(const T *x, int64_t nx, T t, int64_t k) {
   return scan_up(x, k, nx, t);
 }
 
-
 // Settles one site from its raw position g (guess g + 1) by linear steps.
 template <class T, Width W>
 inline int64_t quasi_settle(const T *x, int64_t nx, T t, int64_t g) {
@@ -285,8 +284,10 @@ void quasi_uniform_search(int64_t nx, const T *x, int64_t n, const T *site, T sc
     // The block's windows are requested before the first is settled, so that
     // on a partition larger than the cache their misses overlap.
     for (int b = 0; b < kBlock; ++b) {
-      const uint64_t w = static_cast<uint64_t>(g[b]) - 3u;  // window start, wrapped when out of range
-      _mm_prefetch(reinterpret_cast<const char *>(x + (w < static_cast<uint64_t>(nx) ? w : 0)), _MM_HINT_T0);
+      // Window start; out of range (wrapped) it falls back to x[0].
+      const uint64_t w = static_cast<uint64_t>(g[b]) - 3u;
+      const uint64_t at = w < static_cast<uint64_t>(nx) ? w : 0;
+      _mm_prefetch(reinterpret_cast<const char *>(x + at), _MM_HINT_T0);
     }
     for (int b = 0; b < kBlock; ++b)
       cell[i + b] = static_cast<Idx<W>>(quasi_settle<T, W>(x, nx, site[i + b], g[b]));
@@ -439,10 +440,11 @@ inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t
 // whose sites have all come down to 40 breakpoints or fewer is finished with
 // the scan, its results are written, and it takes the next 16 sites.  Sites
 // settled by the end tests (below x[0], NaN, at or above x[nx-1]) bisect an
-// empty bracket and skip the scan, so every site
-// follows exactly the one-site rule of hybrid_settle.  On 10^6 random sites
-// over 10^6 breakpoints this is 1.7 times as fast as lockstep groups of 32
-// stepped one after the other.
+// empty bracket and skip the scan, so every site follows exactly the
+// one-site rule of hybrid_settle.  On 10^6 random sites over 10^6
+// breakpoints this and the masked step took the search from 47.7 to 17.5 ns
+// per site (lockstep groups of 32 stepped one after the other, with
+// branches).
 template <class T, Width W>
 void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, const int64_t *tab,
                    int64_t m, Idx<W> *cell) {

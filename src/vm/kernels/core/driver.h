@@ -254,7 +254,7 @@ constexpr int unroll_of() {
 // in `defer` the bits of the lanes it leaves for later; those lanes are
 // collected, packed into full registers and evaluated by `vec`, which must
 // give a lane the same bits whatever its neighbours.  A register with one
-// lane in each region then costs one evaluation and half, not two.
+// lane in each region then costs one evaluation and a half, not two.
 template <class Op, class T, int S>
 concept Splits = requires(typename V<T>::reg x, int &d) { Op::template split<T, S>(x, d); };
 
