@@ -416,13 +416,18 @@ inline void table_bracket(const int64_t *tab, int64_t m, int64_t nx, int64_t q, 
   hi = hi0 < 0 ? 0 : hi0 > nx - 1 ? nx - 1 : hi0;
 }
 
+// The hybrid method's end tests, for a site outside (x[0], x[nx-1]) or NaN:
+// below the left end or NaN 0, above the right end nx, on it nx - 1.
+template <class T>
+inline int64_t end_cell(T t, T x0, T last, int64_t nx) {
+  return !(t >= x0) ? 0 : t > last ? nx : nx - 1;
+}
+
 template <class T, Width W>
 inline int64_t hybrid_settle(const T *x, int64_t nx, const int64_t *tab, int64_t m, T t,
                              int64_t q) {
-  if (!(t >= x[0])) return 0;  // below the left end, or NaN
   const T last = x[nx - 1];
-  if (t > last) return nx;
-  if (t == last) return nx - 1;
+  if (!(t >= x[0]) || t >= last) return end_cell(t, x[0], last, nx);
   int64_t lo, hi;
   table_bracket<W>(tab, m, nx, q, lo, hi);
   while (lo < hi - kHybridScanWidth) {
@@ -510,7 +515,7 @@ void hybrid_search(int64_t nx, const T *x, int64_t n, const T *site, T scale, co
         // A site outside the partition must not scan: its clamped bracket
         // would send the scan through a whole table cell.
         out[b] = static_cast<Idx<W>>(__builtin_expect(g.edge >> b & 1, 0)
-                                         ? (!(t >= x0) ? 0 : t > last ? nx : nx - 1)
+                                         ? end_cell(t, x0, last, nx)
                                          : bracket_scan(x, g.lo[b], nx, t));
       }
       start(g);

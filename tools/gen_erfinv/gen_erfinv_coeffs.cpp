@@ -54,14 +54,12 @@ static ld f(const Piece &p, ld v) {
 // The centre of a piece, a double so that the kernel forms t exactly as here.
 static ld midof(const Piece &p) { return static_cast<ld>(double((p.a + p.b) / 2)); }
 
-// Monomial coefficients in t = v - mid of the degree-n interpolant.
-static std::vector<ld> fit(const Piece &p, int n) {
-  const ld mid = midof(p), half = std::fmax(p.b - mid, mid - p.a);
+// Monomial coefficients in t = v - mid of the degree-n Chebyshev
+// interpolant of g over [mid - half, mid + half].
+template <class G>
+static std::vector<ld> cheb_mono(ld mid, ld half, int n, G g) {
   std::vector<ld> fx(n + 1), cheb(n + 1, 0);
-  for (int k = 0; k <= n; ++k) {
-    ld s = std::cos(M_PIl * (k + 0.5L) / (n + 1));
-    fx[k] = f(p, mid + half * s);
-  }
+  for (int k = 0; k <= n; ++k) fx[k] = g(mid + half * std::cos(M_PIl * (k + 0.5L) / (n + 1)));
   for (int j = 0; j <= n; ++j) {
     ld sum = 0;
     for (int k = 0; k <= n; ++k) sum += fx[k] * std::cos(M_PIl * j * (k + 0.5L) / (n + 1));
@@ -84,6 +82,12 @@ static std::vector<ld> fit(const Piece &p, int n) {
   ld scale = 1;
   for (int i = 0; i <= n; ++i, scale /= half) mono[i] *= scale;
   return mono;
+}
+
+// The degree-n interpolant of piece p's function.
+static std::vector<ld> fit(const Piece &p, int n) {
+  const ld mid = midof(p), half = std::fmax(p.b - mid, mid - p.a);
+  return cheb_mono(mid, half, n, [&](ld v) { return f(p, v); });
 }
 
 // Max relative error over a dense grid, evaluated in long double with the
@@ -209,31 +213,7 @@ int main() {
       return f(mid2, v) / (1 - om);
     };
     const ld mid = midof(mid2), half = std::fmax(mid2.b - mid, mid - mid2.a);
-    auto fitg = [&](int n) {
-      std::vector<ld> fx(n + 1), cheb(n + 1, 0);
-      for (int k = 0; k <= n; ++k) fx[k] = g(mid + half * std::cos(M_PIl * (k + 0.5L) / (n + 1)));
-      for (int j = 0; j <= n; ++j) {
-        ld sum = 0;
-        for (int k = 0; k <= n; ++k) sum += fx[k] * std::cos(M_PIl * j * (k + 0.5L) / (n + 1));
-        cheb[j] = sum * 2 / (n + 1);
-      }
-      cheb[0] /= 2;
-      std::vector<ld> mono(n + 1, 0), t0(n + 1, 0), t1(n + 1, 0), t2(n + 1, 0);
-      t0[0] = 1;
-      t1[1] = 1;
-      for (int j = 0; j <= n; ++j) {
-        const std::vector<ld> &tj = j == 0 ? t0 : t1;
-        for (int i = 0; i <= n; ++i) mono[i] += cheb[j] * tj[i];
-        if (j >= 1) {
-          for (int i = 0; i <= n; ++i) t2[i] = (i ? 2 * t1[i - 1] : 0) - t0[i];
-          t0 = t1;
-          t1 = t2;
-        }
-      }
-      ld scale = 1;
-      for (int i = 0; i <= n; ++i, scale /= half) mono[i] *= scale;
-      return mono;
-    };
+    auto fitg = [&](int n) { return cheb_mono(mid, half, n, g); };
     // worst relative error (stored: c0, c1 as double-doubles) and the worst
     // |rest| / P, rest = P - c0 - c1 t
     auto checkg = [&](const std::vector<ld> &c, bool rounded, ld *rest) {

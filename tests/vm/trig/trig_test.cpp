@@ -516,24 +516,80 @@ std::vector<T> near_multiples() {
   return v;
 }
 
+// Every element of x within the slot's bound, with no report, for the given
+// functions and slots, contiguous and with each given stride.
 template <class T>
-void within_bound_at(const std::vector<T> &x) {
-  std::vector<T> r1(x.size()), r2(x.size());
-  for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
-    for (int slot = 0; slot < 3; ++slot) {
-      Recorder rec;
-      run<T>(f, slot, int(x.size()), x.data(), r1.data(), r2.data());
-      EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
-      double worst = 0, worst2 = 0;
-      T at = 0;
-      for (size_t i = 0; i < x.size(); ++i) {
-        double e = ulp_error<T>(f, false, x[i], r1[i]);
-        if (e > worst) worst = e, at = x[i];
-        if (f == Fn::SinCos) worst2 = std::max(worst2, ulp_error<T>(f, true, x[i], r2[i]));
+void within_bound_at(const std::vector<T> &x, std::initializer_list<int> incs = {1},
+                     std::initializer_list<Fn> fns = {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos},
+                     std::initializer_list<int> slots = {0, 1, 2}) {
+  const size_t n = x.size();
+  for (Fn f : fns)
+    for (int slot : slots)
+      for (int inc : incs) {
+        std::vector<T> a(n * size_t(inc)), r1(a.size()), r2(a.size());
+        for (size_t i = 0; i < n; ++i) a[i * size_t(inc)] = x[i];
+        Recorder rec;
+        run<T>(f, slot, int(n), a.data(), r1.data(), r2.data(), inc);
+        EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
+        double worst = 0, worst2 = 0;
+        T at = 0;
+        for (size_t i = 0; i < n; ++i) {
+          double e = ulp_error<T>(f, false, x[i], r1[i * size_t(inc)]);
+          if (e > worst) worst = e, at = x[i];
+          if (f == Fn::SinCos) worst2 = std::max(worst2, ulp_error<T>(f, true, x[i], r2[i * size_t(inc)]));
+        }
+        EXPECT_LE(worst, bound<T>(slot))
+            << fn_name(f) << " " << slot_name(slot) << " inc " << inc << " at " << at;
+        EXPECT_LE(worst2, bound<T>(slot)) << "SinCos cos " << slot_name(slot) << " inc " << inc;
       }
-      EXPECT_LE(worst, bound<T>(slot)) << fn_name(f) << " " << slot_name(slot) << " at " << at;
-      EXPECT_LE(worst2, bound<T>(slot)) << "SinCos cos " << slot_name(slot);
-    }
+}
+
+// The values of T nearest k pi/2 for k from klo to khi, with their two
+// neighbours.
+template <class T>
+std::vector<T> near_k_half_pi(long klo, long khi) {
+  std::vector<T> v;
+  mpfr_t P, X;
+  mpfr_inits2(256, P, X, (mpfr_ptr)0);
+  mpfr_const_pi(P, MPFR_RNDN);
+  mpfr_div_2ui(P, P, 1, MPFR_RNDN);
+  for (long k = klo; k <= khi; ++k) {
+    mpfr_mul_si(X, P, k, MPFR_RNDN);
+    T x;
+    if constexpr (sizeof(T) == 4) x = mpfr_get_flt(X, MPFR_RNDN);
+    else x = mpfr_get_d(X, MPFR_RNDN);
+    for (T y : {std::nextafter(x, T(0)), x, std::nextafter(x, T(1e30))}) v.push_back(y);
+  }
+  mpfr_clears(P, X, (mpfr_ptr)0);
+  return v;
+}
+
+// Elements laid out in registers of mixed kinds, contiguous and with stride
+// 2: each result has the bits the element gets alone (and, with
+// check_bound, is within the slot's bound).
+template <class T>
+void same_bits_as_alone(const std::vector<T> &x, std::initializer_list<Fn> fns, bool check_bound) {
+  const int n = int(x.size());
+  for (Fn f : fns)
+    for (int slot = 0; slot < 3; ++slot)
+      for (int inc : {1, 2}) {
+        std::vector<T> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
+        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
+        run<T>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
+        for (int i = 0; i < n; ++i) {
+          T one1 = 0, one2 = 0;
+          run<T>(f, slot, 1, &x[size_t(i)], &one1, &one2);
+          EXPECT_EQ(bits(r1[size_t(i * inc)]), bits(one1))
+              << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
+          if (check_bound) {
+            EXPECT_LE(ulp_error<T>(f, false, x[size_t(i)], r1[size_t(i * inc)]), bound<T>(slot))
+                << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
+          }
+          if (f == Fn::SinCos) {
+            EXPECT_EQ(bits(r2[size_t(i * inc)]), bits(one2)) << "SinCos cos x " << x[size_t(i)];
+          }
+        }
+      }
 }
 
 TEST(TrigReduction, NearestToMultiplesOfHalfPiFloat) { within_bound_at(near_multiples<float>()); }
@@ -566,53 +622,26 @@ TEST(TrigReduction, ClosestDoublesToMultiplesOfHalfPi) {
 // next to it, the nearest ones to k pi/2 around it) must be within the slot's
 // bound in both layouts, and each element's result must not depend on
 // whether its register holds elements of the other side.
-std::vector<float> around_float_limit() {
-  std::vector<float> v;
-  float lo = 4096.0f, hi = 4096.0f;
-  for (int i = 0; i < 300; ++i) {
-    lo = std::nextafter(lo, 0.0f);
+// The values next to 2^12 (steps on each side), the nearest ones to k pi/2
+// around it (2607 pi/2 < 2^12 < 2608 pi/2), and their negatives.
+template <class T>
+std::vector<T> around_limit(int steps, long klo, long khi) {
+  std::vector<T> v;
+  T lo = 4096, hi = 4096;
+  for (int i = 0; i < steps; ++i) {
+    lo = std::nextafter(lo, T(0));
     v.push_back(lo);
     v.push_back(hi);
-    hi = std::nextafter(hi, 1e30f);
+    hi = std::nextafter(hi, T(1e30));
   }
-  mpfr_t P, X;
-  mpfr_inits2(256, P, X, (mpfr_ptr)0);
-  mpfr_const_pi(P, MPFR_RNDN);
-  mpfr_div_2ui(P, P, 1, MPFR_RNDN);
-  for (long k = 2595; k <= 2620; ++k) {  // 2607 pi/2 < 2^12 < 2608 pi/2
-    mpfr_mul_si(X, P, k, MPFR_RNDN);
-    float x = mpfr_get_flt(X, MPFR_RNDN);
-    for (float y : {std::nextafter(x, 0.0f), x, std::nextafter(x, 1e30f)}) v.push_back(y);
-  }
-  mpfr_clears(P, X, (mpfr_ptr)0);
+  for (T y : near_k_half_pi<T>(klo, khi)) v.push_back(y);
   const size_t n = v.size();
   for (size_t i = 0; i < n; ++i) v.push_back(-v[i]);
   return v;
 }
 
 TEST(TrigFloatLimit, BothSidesWithinBoundInBothLayouts) {
-  const std::vector<float> x = around_float_limit();
-  const int n = int(x.size());
-  for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
-    for (int slot = 0; slot < 3; ++slot)
-      for (int inc : {1, 3}) {
-        std::vector<float> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
-        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
-        Recorder rec;
-        run<float>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
-        EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
-        double worst = 0, worst2 = 0;
-        float at = 0;
-        for (int i = 0; i < n; ++i) {
-          double e = ulp_error<float>(f, false, x[size_t(i)], r1[size_t(i * inc)]);
-          if (e > worst) worst = e, at = x[size_t(i)];
-          if (f == Fn::SinCos)
-            worst2 = std::max(worst2, ulp_error<float>(f, true, x[size_t(i)], r2[size_t(i * inc)]));
-        }
-        EXPECT_LE(worst, bound<float>(slot))
-            << fn_name(f) << " " << slot_name(slot) << " inc " << inc << " at " << at;
-        EXPECT_LE(worst2, bound<float>(slot)) << "SinCos cos " << slot_name(slot) << " inc " << inc;
-      }
+  within_bound_at(around_limit<float>(300, 2595, 2620), {1, 3});
 }
 
 TEST(TrigFloatLimit, ResultIndependentOfNeighboursAcrossTheLimit) {
@@ -622,23 +651,7 @@ TEST(TrigFloatLimit, ResultIndependentOfNeighboursAcrossTheLimit) {
   const float large[] = {4096.0f, 4097.5f, 8192.0f, 100000.0f};
   for (int pat = 0; pat < 16; ++pat)
     for (int l = 0; l < 4; ++l) x.push_back(((pat >> l) & 1) ? large[(pat + l) % 4] : small[(pat + l) % 4]);
-  const int n = int(x.size());
-  for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
-    for (int slot = 0; slot < 3; ++slot)
-      for (int inc : {1, 2}) {
-        std::vector<float> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
-        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
-        run<float>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
-        for (int i = 0; i < n; ++i) {
-          float one1 = 0, one2 = 0;
-          run<float>(f, slot, 1, &x[size_t(i)], &one1, &one2);
-          EXPECT_EQ(bits(r1[size_t(i * inc)]), bits(one1))
-              << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
-          if (f == Fn::SinCos) {
-            EXPECT_EQ(bits(r2[size_t(i * inc)]), bits(one2)) << "SinCos cos x " << x[size_t(i)];
-          }
-        }
-      }
+  same_bits_as_alone(x, {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos}, false);
 }
 
 // ---- double reduction limit 2^12 ---------------------------------------------------
@@ -648,53 +661,8 @@ TEST(TrigFloatLimit, ResultIndependentOfNeighboursAcrossTheLimit) {
 // every slot, both layouts; the doubles nearest every multiple of pi/2 below
 // the limit, where the reduced argument is smallest; and elements of both
 // sides sharing a register, whose results must be their own.
-std::vector<double> around_double_limit() {
-  std::vector<double> v;
-  double lo = 4096.0, hi = 4096.0;
-  for (int i = 0; i < 64; ++i) {
-    lo = std::nextafter(lo, 0.0);
-    v.push_back(lo);
-    v.push_back(hi);
-    hi = std::nextafter(hi, 1e300);
-  }
-  mpfr_t P, X;
-  mpfr_inits2(256, P, X, (mpfr_ptr)0);
-  mpfr_const_pi(P, MPFR_RNDN);
-  mpfr_div_2ui(P, P, 1, MPFR_RNDN);
-  for (long k = 2600; k <= 2616; ++k) {  // 2607 pi/2 < 2^12 < 2608 pi/2
-    mpfr_mul_si(X, P, k, MPFR_RNDN);
-    double x = mpfr_get_d(X, MPFR_RNDN);
-    for (double y : {std::nextafter(x, 0.0), x, std::nextafter(x, 1e300)}) v.push_back(y);
-  }
-  mpfr_clears(P, X, (mpfr_ptr)0);
-  const size_t n = v.size();
-  for (size_t i = 0; i < n; ++i) v.push_back(-v[i]);
-  return v;
-}
-
 TEST(TrigDoubleLimit, BothSidesWithinBoundInBothLayouts) {
-  const std::vector<double> x = around_double_limit();
-  const int n = int(x.size());
-  for (Fn f : {Fn::Sin, Fn::Cos, Fn::Tan, Fn::SinCos})
-    for (int slot = 0; slot < 3; ++slot)
-      for (int inc : {1, 3}) {
-        std::vector<double> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
-        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
-        Recorder rec;
-        run<double>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
-        EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
-        double worst = 0, worst2 = 0;
-        double at = 0;
-        for (int i = 0; i < n; ++i) {
-          double e = ulp_error<double>(f, false, x[size_t(i)], r1[size_t(i * inc)]);
-          if (e > worst) worst = e, at = x[size_t(i)];
-          if (f == Fn::SinCos)
-            worst2 = std::max(worst2, ulp_error<double>(f, true, x[size_t(i)], r2[size_t(i * inc)]));
-        }
-        EXPECT_LE(worst, bound<double>(slot))
-            << fn_name(f) << " " << slot_name(slot) << " inc " << inc << " at " << at;
-        EXPECT_LE(worst2, bound<double>(slot)) << "SinCos cos " << slot_name(slot) << " inc " << inc;
-      }
+  within_bound_at(around_limit<double>(64, 2600, 2616), {1, 3});
 }
 
 // Every k from 1 to 2608 (the largest below 2^12): the double nearest k pi/2
@@ -702,34 +670,11 @@ TEST(TrigDoubleLimit, BothSidesWithinBoundInBothLayouts) {
 // bound rests on |r| >= 2^-60.5 for all of them.
 TEST(TrigDoubleLimit, NearestToEveryMultipleOfHalfPiBelowTheLimit) {
   std::vector<double> x;
-  mpfr_t P, X;
-  mpfr_inits2(256, P, X, (mpfr_ptr)0);
-  mpfr_const_pi(P, MPFR_RNDN);
-  mpfr_div_2ui(P, P, 1, MPFR_RNDN);
-  for (long k = 1; k <= 2608; ++k) {
-    mpfr_mul_si(X, P, k, MPFR_RNDN);
-    double y = mpfr_get_d(X, MPFR_RNDN);
-    for (double z : {std::nextafter(y, 0.0), y, std::nextafter(y, 1e300)}) {
-      x.push_back(z);
-      x.push_back(-z);
-    }
+  for (double z : near_k_half_pi<double>(1, 2608)) {
+    x.push_back(z);
+    x.push_back(-z);
   }
-  mpfr_clears(P, X, (mpfr_ptr)0);
-  const int n = int(x.size());
-  std::vector<double> r1(x.size()), r2(x.size());
-  for (Fn f : {Fn::Sin, Fn::Cos, Fn::SinCos}) {
-    Recorder rec;
-    run<double>(f, 1, n, x.data(), r1.data(), r2.data());
-    EXPECT_TRUE(Recorder::reports().empty()) << fn_name(f);
-    double worst = 0, worst2 = 0, at = 0;
-    for (int i = 0; i < n; ++i) {
-      double e = ulp_error<double>(f, false, x[size_t(i)], r1[size_t(i)]);
-      if (e > worst) worst = e, at = x[size_t(i)];
-      if (f == Fn::SinCos) worst2 = std::max(worst2, ulp_error<double>(f, true, x[size_t(i)], r2[size_t(i)]));
-    }
-    EXPECT_LE(worst, bound<double>(1)) << fn_name(f) << " at " << at;
-    EXPECT_LE(worst2, bound<double>(1)) << "SinCos cos";
-  }
+  within_bound_at(x, {1}, {Fn::Sin, Fn::Cos, Fn::SinCos}, {1});
 }
 
 TEST(TrigDoubleLimit, ResultIndependentOfNeighbourAcrossTheLimit) {
@@ -748,25 +693,7 @@ TEST(TrigDoubleLimit, ResultIndependentOfNeighbourAcrossTheLimit) {
   x.insert(x.begin(), 1.0);  // the same pairs again, one lane over
   const size_t half = x.size();
   for (size_t i = 1; i < half; ++i) x.push_back(x[i]);
-  const int n = int(x.size());
-  for (Fn f : {Fn::Sin, Fn::Cos, Fn::SinCos})
-    for (int slot = 0; slot < 3; ++slot)
-      for (int inc : {1, 2}) {
-        std::vector<double> a(size_t(n) * size_t(inc)), r1(a.size()), r2(a.size());
-        for (int i = 0; i < n; ++i) a[size_t(i * inc)] = x[size_t(i)];
-        run<double>(f, slot, n, a.data(), r1.data(), r2.data(), inc);
-        for (int i = 0; i < n; ++i) {
-          double one1 = 0, one2 = 0;
-          run<double>(f, slot, 1, &x[size_t(i)], &one1, &one2);
-          EXPECT_EQ(bits(r1[size_t(i * inc)]), bits(one1))
-              << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
-          EXPECT_LE(ulp_error<double>(f, false, x[size_t(i)], r1[size_t(i * inc)]), bound<double>(slot))
-              << fn_name(f) << " " << slot_name(slot) << " x " << x[size_t(i)];
-          if (f == Fn::SinCos) {
-            EXPECT_EQ(bits(r2[size_t(i * inc)]), bits(one2)) << "SinCos cos x " << x[size_t(i)];
-          }
-        }
-      }
+  same_bits_as_alone(x, {Fn::Sin, Fn::Cos, Fn::SinCos}, true);
 }
 
 // The double HA sine reduces x itself and sends zeros to the per-element

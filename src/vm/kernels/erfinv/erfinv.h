@@ -54,6 +54,10 @@ namespace qor::vm::vec {
 
 namespace erfinv_core {
 
+// Double lanes below this go to the per-element routine: the low part of
+// the exact product x c0 would be subnormal.
+inline constexpr double kTinyD = 0x1p-960;
+
 using lx::c;
 
 template <bool High>
@@ -126,6 +130,21 @@ template <int N, class Coef>
   }
 }
 
+// Low accuracy, central and middle alike: a (c0 + t (c1 + t P2(t))) with
+// the coefficient row of either region (mid, c0 and c1 as double-doubles of
+// which only the high parts are used here, then c2 ..), evaluated plainly.
+template <int D>
+[[gnu::always_inline]] inline __m128d plain_poly(__m128d a, __m128d t, const double *cf) {
+  auto coef = [&](int j) { return c(cf[j]); };
+  __m128d pw[6];
+  pw[0] = t;
+  for (int i = 1; i < 6; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
+  // c1 + c2 t + ...: c1's high part at index 3, c2 onwards from index 5
+  const __m128d p2 = estrin<D - 1>(coef, 5, pw);
+  const __m128d q = _mm_mul_pd(t, _mm_add_pd(c(cf[3]), _mm_mul_pd(t, p2)));
+  return _mm_mul_pd(a, _mm_add_pd(c(cf[1]), q));
+}
+
 // a^2 = uh + ul exactly (Dekker's split of a into two 26-bit halves); the
 // central polynomial uses it and so does w in the middle region.
 struct Square {
@@ -155,9 +174,9 @@ template <bool High>
   namespace k = erfinv_coeffs;
   constexpr int D = High ? k::kHighCentralDeg : k::kLowCentralDeg;
   const double *cf = High ? k::kHighCentral : k::kLowCentral;
-  auto coef = [&](int j) { return c(cf[j]); };
-  __m128d pw[6];
   if constexpr (High) {
+    auto coef = [&](int j) { return c(cf[j]); };
+    __m128d pw[6];
     const __m128d uh = sq.uh, ul = sq.ul;
     const __m128d t = _mm_add_pd(_mm_sub_pd(uh, c(cf[0])), ul);
     pw[0] = t;
@@ -177,13 +196,7 @@ template <bool High>
     return _mm_add_pd(h, _mm_add_pd(e, _mm_mul_pd(a, rest)));
   } else {
     (void)sq;
-    const __m128d t = _mm_sub_pd(_mm_mul_pd(a, a), c(cf[0]));
-    pw[0] = t;
-    for (int i = 1; i < 6; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
-    // c1 + c2 t + ...: c1's high part at index 3, c2 onwards from index 5
-    const __m128d p2 = estrin<D - 1>(coef, 5, pw);
-    const __m128d q = _mm_mul_pd(t, _mm_add_pd(c(cf[3]), _mm_mul_pd(t, p2)));
-    return _mm_mul_pd(a, _mm_add_pd(c(cf[1]), q));
+    return plain_poly<D>(a, _mm_sub_pd(_mm_mul_pd(a, a), c(cf[0])), cf);
   }
 }
 
@@ -222,9 +235,9 @@ template <bool High>
   namespace k = erfinv_coeffs;
   constexpr int D = High ? k::kHighMiddleDeg : k::kLowMiddleDeg;
   const double *cf = High ? k::kHighMiddle : k::kLowMiddle;
-  auto coef = [&](int j) { return c(cf[j]); };
-  __m128d pw[5];
   if constexpr (High) {
+    auto coef = [&](int j) { return c(cf[j]); };
+    __m128d pw[5];
     __m128d te;
     const __m128d th = lx::two_sum(wh, c(-cf[0]), te);
     const __m128d tl = _mm_add_pd(te, wl);
@@ -244,12 +257,7 @@ template <bool High>
     return _mm_add_pd(s, _mm_sub_pd(rest, yp));
   } else {
     (void)wl;
-    const __m128d t = _mm_sub_pd(wh, c(cf[0]));
-    pw[0] = t;
-    for (int i = 1; i < 5; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
-    const __m128d p2 = estrin<D - 1>(coef, 5, pw);
-    const __m128d q = _mm_mul_pd(t, _mm_add_pd(c(cf[3]), _mm_mul_pd(t, p2)));
-    return _mm_mul_pd(a, _mm_add_pd(c(cf[1]), q));
+    return plain_poly<D>(a, _mm_sub_pd(wh, c(cf[0])), cf);
   }
 }
 
@@ -290,7 +298,7 @@ struct ErfInv {
     // Float: below 2^-125 the result would be subnormal (erfinv(x) ~ 0.886 x).
     // Double: below 2^-960 the low part of the exact product x c0 would be
     // subnormal and lose bits, so such lanes go to the per-element routine.
-    constexpr T tiny = std::is_same_v<T, float> ? T(0x1p-125f) : T(0x1p-960);
+    constexpr T tiny = std::is_same_v<T, float> ? T(0x1p-125f) : T(erfinv_core::kTinyD);
     typename W::reg r;
     if constexpr (std::is_same_v<T, double>) {
       r = S == 2 ? erfinv_core::eval2<false>(x) : erfinv_core::eval2<true>(x);
@@ -316,7 +324,7 @@ struct ErfInv {
     using namespace erfinv_core;
     constexpr bool High = S != 2;
     const __m128d a = _mm_andnot_pd(c(-0.0), x);
-    const __m128d ok = _mm_and_pd(_mm_cmpge_pd(a, c(0x1p-960)), _mm_cmplt_pd(a, c(1.0)));
+    const __m128d ok = _mm_and_pd(_mm_cmpge_pd(a, c(kTinyD)), _mm_cmplt_pd(a, c(1.0)));
     const __m128d in = _mm_cmple_pd(a, c(erfinv_coeffs::kCentral));
     defer = _mm_movemask_pd(_mm_andnot_pd(in, ok));
     __m128d r = _mm_setzero_pd();

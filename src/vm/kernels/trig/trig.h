@@ -645,15 +645,10 @@ inline D sin_cos_half_d(D x) {
   }
 }
 
+// The float half-turn finish: sin of the reduced r by its odd polynomial,
+// the sign from k's parity (Cos: k + 1's) and, for Sin, from x.
 template <bool Cos, int S>
-inline F sin_cos_half_f(F x) {
-  F ax = fabs_(x);
-  D k0, k1;
-  D r0 = reduce_half_turn<Cos, true, S>(_mm_cvtps_pd(ax), k0);
-  D r1 = reduce_half_turn<Cos, true, S>(_mm_cvtps_pd(_mm_movehl_ps(ax, ax)), k1);
-  F r = _mm_movelh_ps(_mm_cvtpd_ps(r0), _mm_cvtpd_ps(r1));
-  __m128i k = _mm_castps_si128(
-      _mm_shuffle_ps(_mm_castpd_ps(k0), _mm_castpd_ps(k1), _MM_SHUFFLE(2, 0, 2, 0)));
+[[gnu::always_inline]] inline F half_turn_finish_f(F r, __m128i k, F x) {
   F z = _mm_mul_ps(r, r);
   F p = S == 2 ? fhorner<3>(z, kSinH3) : fhorner<4>(z, kSinH4);
   F v = _mm_add_ps(r, _mm_mul_ps(_mm_mul_ps(r, z), p));
@@ -663,6 +658,18 @@ inline F sin_cos_half_f(F x) {
   } else {
     return _mm_xor_ps(v, _mm_xor_ps(_mm_castsi128_ps(_mm_slli_epi32(k, 31)), fsign(x)));
   }
+}
+
+template <bool Cos, int S>
+inline F sin_cos_half_f(F x) {
+  F ax = fabs_(x);
+  D k0, k1;
+  D r0 = reduce_half_turn<Cos, true, S>(_mm_cvtps_pd(ax), k0);
+  D r1 = reduce_half_turn<Cos, true, S>(_mm_cvtps_pd(_mm_movehl_ps(ax, ax)), k1);
+  F r = _mm_movelh_ps(_mm_cvtpd_ps(r0), _mm_cvtpd_ps(r1));
+  __m128i k = _mm_castps_si128(
+      _mm_shuffle_ps(_mm_castpd_ps(k0), _mm_castpd_ps(k1), _MM_SHUFFLE(2, 0, 2, 0)));
+  return half_turn_finish_f<Cos, S>(r, k, x);
 }
 
 // ---- float LA and EP below 2^12: reduction in float --------------------------
@@ -703,15 +710,7 @@ template <bool Cos, int S>
   F m = _mm_add_ps(jf, jf);
   if constexpr (Cos) m = _mm_add_ps(m, fset(1.0f));
   F r = fsub_mul(fsub_mul(fsub_mul(ax, m, FSplit12::c0), m, FSplit12::c1), m, FSplit12::c2);
-  F z = _mm_mul_ps(r, r);
-  F p = S == 2 ? fhorner<3>(z, kSinH3) : fhorner<4>(z, kSinH4);
-  F v = _mm_add_ps(r, _mm_mul_ps(_mm_mul_ps(r, z), p));
-  if constexpr (Cos) {
-    k = _mm_add_epi32(k, _mm_set1_epi32(1));
-    return _mm_xor_ps(v, _mm_castsi128_ps(_mm_slli_epi32(k, 31)));
-  } else {
-    return _mm_xor_ps(v, _mm_xor_ps(_mm_castsi128_ps(_mm_slli_epi32(k, 31)), fsign(x)));
-  }
+  return half_turn_finish_f<Cos, S>(r, k, x);
 }
 
 // Quarter turn in float: r = |x| - k pi/2.  With Tail the second
