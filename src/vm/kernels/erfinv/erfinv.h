@@ -1,8 +1,9 @@
 // ErfInv: the inverse error function.
 //
 // Lanes are evaluated in double (float lanes are widened).  Three regions:
-//   |x| <= 0.85  erfinv(x) = x P(x^2), one polynomial with broadcast
-//                coefficients for every lane (central(), Estrin).
+//   |x| <= 0.85  erfinv(x) = x P(x^2), one set of broadcast coefficients
+//                for every lane (central(): a cubic plus a rational function
+//                at high accuracy, a polynomial at low accuracy).
 //   0.85 < |x| <= 0.99903 (w = -ln(1 - x^2) <= 6.25)
 //                erfinv(x) = x P(w), again one polynomial with broadcast
 //                coefficients (middle()): in w the function is smooth and
@@ -161,33 +162,36 @@ struct Square {
   return q;
 }
 
-// |a| <= kCentral (a = |x|): erfinv(a) = a P(a^2), one polynomial with
-// broadcast coefficients for every lane (per-lane coefficient loads cost
-// about as much as the whole polynomial).  P - c0 reaches 0.2 c0 near the
-// bound, so for 1 ulp the leading part is kept exact: a^2 = uh + ul exactly
-// (ul folded into t), c0 + c1 t as a double-double from error-free steps (c0
-// and c1 are stored as double-doubles), and a times its high part as an exact
-// product; only the rest, t^2 P2(t) below 0.05 c0, is evaluated plainly.
-// The final addition is then the only rounding at the scale of the result.
+// |a| <= kCentral (a = |x|): erfinv(a) = a P(a^2), one set of broadcast
+// coefficients for every lane (per-lane coefficient loads cost about as much
+// as the whole evaluation).  P - c0 reaches 0.2 c0 near the bound, so for
+// 1 ulp the leading part is kept exact: a^2 = uh + ul exactly (ul folded into
+// t), c0 + c1 t as a double-double from error-free steps (c0 and c1 are
+// stored as double-doubles), and a times its high part as an exact product;
+// only the rest, below 0.05 c0, is evaluated plainly, and the final
+// addition is the only rounding at the scale of the result.
+// High accuracy: P = c0 + c1 t + c2 t^2 + c3 t^3 + N(r)/D(r) with r = uh -
+// origin (the end of the interval, where P's branch points at u = 1 are
+// closest).  A polynomial in u needed degree 31 for the same accuracy; the
+// rational part takes 19 coefficients and a division, stays below 1 % of P,
+// and D's terms share one sign over the interval, so its plain evaluation
+// errors are far below the final rounding (1 - 2 cycles per element faster
+// than the polynomial).  Low accuracy: a polynomial of degree 17 in t.
 template <bool High>
 [[gnu::always_inline]] inline __m128d central(__m128d a, const Square &sq) {
   namespace k = erfinv_coeffs;
-  constexpr int D = High ? k::kHighCentralDeg : k::kLowCentralDeg;
-  const double *cf = High ? k::kHighCentral : k::kLowCentral;
   if constexpr (High) {
+    constexpr int Num = k::kHighCentralNum, Den = k::kHighCentralDen;
+    const double *cf = k::kHighCentral;
     auto coef = [&](int j) { return c(cf[j]); };
-    __m128d pw[6];
     const __m128d uh = sq.uh, ul = sq.ul;
     const __m128d t = _mm_add_pd(_mm_sub_pd(uh, c(cf[0])), ul);
-    pw[0] = t;
-    for (int i = 1; i < 6; ++i) pw[i] = _mm_mul_pd(pw[i - 1], pw[i - 1]);
-    // c2 t^2 + c3 t^3 + t^4 (c4 + c5 t + ...) (row index 5 holds c2): the
-    // two terms that dominate the rest (up to 5 % of P near the bound) are
-    // formed on their own and the Estrin tree only supplies the part below
-    // 0.5 %, so its several roundings stay far below the final one.
-    const __m128d t3 = _mm_mul_pd(pw[1], t);
-    const __m128d rest4 = _mm_mul_pd(pw[2], estrin<D - 3>(coef, 7, pw));
-    const __m128d rest2 = _mm_add_pd(_mm_add_pd(rest4, _mm_mul_pd(c(cf[6]), t3)), _mm_mul_pd(c(cf[5]), pw[1]));
+    const __m128d t2 = _mm_mul_pd(t, t), t3 = _mm_mul_pd(t2, t);
+    __m128d rp[4];
+    rp[0] = _mm_sub_pd(uh, c(cf[7]));
+    for (int i = 1; i < 4; ++i) rp[i] = _mm_mul_pd(rp[i - 1], rp[i - 1]);
+    const __m128d ratio = _mm_div_pd(estrin<Num + 1>(coef, 8, rp), estrin<Den + 1>(coef, 9 + Num, rp));
+    const __m128d rest2 = _mm_add_pd(_mm_add_pd(ratio, _mm_mul_pd(c(cf[6]), t3)), _mm_mul_pd(c(cf[5]), t2));
     __m128d pe, se, e;
     const __m128d p = lx::two_prod(c(cf[3]), t, pe);
     const __m128d s = lx::fast_two_sum(c(cf[1]), p, se);
@@ -196,6 +200,8 @@ template <bool High>
     return _mm_add_pd(h, _mm_add_pd(e, _mm_mul_pd(a, rest)));
   } else {
     (void)sq;
+    constexpr int D = k::kLowCentralDeg;
+    const double *cf = k::kLowCentral;
     return plain_poly<D>(a, _mm_sub_pd(_mm_mul_pd(a, a), c(cf[0])), cf);
   }
 }

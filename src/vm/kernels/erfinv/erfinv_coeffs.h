@@ -56,21 +56,21 @@ alignas(16) inline constexpr double kLow[16][11] = {
 // |x| <= kCentral: erfinv(x) = x P(x^2), in powers of t = x^2 - mid
 inline constexpr double kCentral = 0x1.b333333333333p-1;
 
-// degree 31, worst relative error of the fit 2^-58.6 (2^-57.6 with the
-// coefficients as stored)
-inline constexpr int kHighCentralDeg = 31;
-// mid, the coefficients of t^0 and t^1 as double-doubles, then those of
-// t^2 .. t^31
-alignas(16) inline constexpr double kHighCentral[35] = {
-    0x1.71eb851eb851fp-2, 0x1.fc12d30243ab6p-1, 0x1.cp-60, 0x1.823b57216b995p-2, -0x1.92p-57,
-    0x1.4328dfa8dfa39p-2, 0x1.52735d726ccdep-2, 0x1.8a632f087d3b6p-2, 0x1.e915445cf282p-2,
-    0x1.3bdc283b2b459p-1, 0x1.a3d95da2b5d04p-1, 0x1.1d0a24cc7c084p+0, 0x1.8970004279ee5p+0,
-    0x1.13180a6f54986p+1, 0x1.84cbc9258c238p+1, 0x1.15263c5b5f544p+2, 0x1.8e1694bf2e8fep+2,
-    0x1.202436ec698ep+3, 0x1.a2f2e3267e9aap+3, 0x1.2cb311c2daf02p+4, 0x1.b78858c5f052p+4,
-    0x1.732979de93321p+5, 0x1.174c88c274a94p+6, 0x1.700c279b9cb3fp+4, 0x1.45b36f9c7a655p+4,
-    0x1.9f67e3955ac85p+9, 0x1.50919d45ff356p+10, -0x1.d93dc4cea238ap+11, -0x1.86bdd61aed563p+12,
-    0x1.3dda9da537a4bp+14, 0x1.fec91cac082b7p+14, -0x1.9d80a5f32fa52p+15, -0x1.49acb0fe7d12dp+16,
-    0x1.469ce32bc70dbp+16, 0x1.ff5c51f858813p+16};
+// c0 + c1 t + c2 t^2 + c3 t^3 + N(r)/D(r), r = x^2 - origin, N of degree 9 and
+// D of degree 8 (D(0) = 1): worst relative error 2^-61.0 with the coefficients as
+// stored; N/D is at most 2^-6.6 P, the terms of N add up to at most 2^-4.6 P D
+inline constexpr int kHighCentralNum = 9;
+inline constexpr int kHighCentralDen = 8;
+// mid, the coefficients of t^0 and t^1 as double-doubles, those of t^2 and
+// t^3, origin, then N's coefficients from r^0 and D's from r^0
+alignas(16) inline constexpr double kHighCentral[27] = {
+    0x1.71eb851eb851fp-2, 0x1.fc12d30243ab6p-1, 0x1.28p-59, 0x1.823b57216b995p-2, 0x1.5dp-57,
+    0x1.4328dfa8dfa2ap-2, 0x1.52735d726ccbp-2, 0x1.71eb851eb851fp-1,
+    0x1.8f13845191548p-7, 0x1.6056904b5d0d3p-6, -0x1.3920373720ea7p-2, -0x1.e4138d4b90c75p-2,
+    0x1.5aa95d72fd15ap+1, 0x1.861a9e236875fp+1, -0x1.4ea2cb249b117p+3, -0x1.2eb245a5641f7p+2,
+    0x1.01d678fba98afp+4, -0x1.72293b5031118p+2, 0x1p+0, -0x1.7962a5f7cae5ap+3,
+    0x1.b481ff80f913p+5, -0x1.f5313ecdaf5d5p+6, 0x1.28ccc8a12e377p+7, -0x1.514abbf76f267p+6,
+    0x1.183fe12b1fe08p+4, 0x1.2fc2429564fep-9, 0x1.9c5ae9cf2e624p-13};
 
 // degree 17, worst relative error of the fit 2^-35.1 (2^-35.1 with the
 // coefficients as stored)
