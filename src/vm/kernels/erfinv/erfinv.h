@@ -185,7 +185,11 @@ template <bool High>
     const double *cf = k::kHighCentral;
     auto coef = [&](int j) { return c(cf[j]); };
     const __m128d uh = sq.uh, ul = sq.ul;
-    const __m128d t = _mm_add_pd(_mm_sub_pd(uh, c(cf[0])), ul);
+    // t = th + ul, th = uh - mid exact for uh >= mid / 2 (and below, where
+    // th's rounding is far below the result's ulp): c1 th is formed exactly
+    // and c1 ul joins the rest, so t's own rounding does not reach c1 t.
+    const __m128d th = _mm_sub_pd(uh, c(cf[0]));
+    const __m128d t = _mm_add_pd(th, ul);
     const __m128d t2 = _mm_mul_pd(t, t), t3 = _mm_mul_pd(t2, t);
     __m128d rp[4];
     rp[0] = _mm_sub_pd(uh, c(cf[7]));
@@ -193,9 +197,10 @@ template <bool High>
     const __m128d ratio = _mm_div_pd(estrin<Num + 1>(coef, 8, rp), estrin<Den + 1>(coef, 9 + Num, rp));
     const __m128d rest2 = _mm_add_pd(_mm_add_pd(ratio, _mm_mul_pd(c(cf[6]), t3)), _mm_mul_pd(c(cf[5]), t2));
     __m128d pe, se, e;
-    const __m128d p = lx::two_prod(c(cf[3]), t, pe);
+    const __m128d p = lx::two_prod(c(cf[3]), th, pe);
     const __m128d s = lx::fast_two_sum(c(cf[1]), p, se);
-    const __m128d rest = _mm_add_pd(_mm_add_pd(_mm_add_pd(c(cf[2]), pe), _mm_add_pd(se, _mm_mul_pd(c(cf[4]), t))), rest2);
+    const __m128d lin = _mm_add_pd(_mm_mul_pd(c(cf[4]), t), _mm_mul_pd(c(cf[3]), ul));
+    const __m128d rest = _mm_add_pd(_mm_add_pd(_mm_add_pd(c(cf[2]), pe), _mm_add_pd(se, lin)), rest2);
     const __m128d h = lx::two_prod(a, s, e);
     return _mm_add_pd(h, _mm_add_pd(e, _mm_mul_pd(a, rest)));
   } else {
