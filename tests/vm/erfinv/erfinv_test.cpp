@@ -350,10 +350,10 @@ TEST(VmErfInv, MixedVectorReportsOnlySpecialLanesFloat) { check_mixed<float>(); 
 TEST(VmErfInv, MixedVectorReportsOnlySpecialLanesDouble) { check_mixed<double>(); }
 
 // Double lanes beyond the central region are collected over runs of the
-// array and evaluated after it, two to a register: over a long array whose
-// regions and special values fall at random, across several runs and with
-// an odd tail, every element still gets the bits it gets alone, in its own
-// place, contiguous and strided.
+// array and evaluated after it, two to a register and two registers at a
+// time: over a long array whose regions and special values fall at random,
+// across several runs and with an odd tail, every element still gets the
+// bits it gets alone, in its own place, contiguous and strided.
 TEST(VmErfInv, LongArrayOfMixedRegionsMatchesElementsAlone) {
   std::mt19937_64 g(20261124);
   std::uniform_real_distribution<double> u(-1.0, 1.0);

@@ -265,6 +265,16 @@ constexpr int unroll_of() {
 template <class Op, class T, int S>
 concept Splits = requires(typename V<T>::reg x, int &d) { Op::template split<T, S>(x, d); };
 
+// The deferred lanes' evaluation is typically one long dependency chain per
+// register; an operation may offer `deferred(x, y)` over `kDeferGroup`
+// registers at once, stage by stage, giving each lane the bits vec() would,
+// so that the chains overlap in the pipeline.
+template <class Op, class T, int S>
+concept DefersGroups = requires(const typename V<T>::reg *x, typename V<T>::reg *y) {
+  Op::kDeferGroup;
+  Op::template deferred<T, S>(x, y);
+};
+
 template <class Op, class T, int S, class Out, class Rep, class A>
 [[gnu::always_inline, gnu::flatten]] inline void split_loop(int body, const Out &out,
                                                             const Rep &rep, const A &a) {
@@ -291,7 +301,19 @@ template <class Op, class T, int S, class Out, class Rep, class A>
         nd += defer >> j & 1;
       }
     }
-    for (int p = 0; p < nd; p += L) {
+    int p = 0;
+    if constexpr (DefersGroups<Op, T, S>) {
+      constexpr int G = Op::kDeferGroup;
+      for (; p + G * L <= nd; p += G * L) {
+        typename V<T>::reg x[G], y[G];
+        for (int g = 0; g < G; ++g) x[g] = V<T>::load(dx + p + g * L);
+        Op::template deferred<T, S>(x, y);
+        alignas(16) T ys[G * L];
+        for (int g = 0; g < G; ++g) V<T>::store(ys + g * L, y[g]);
+        for (int j = 0; j < G * L; ++j) out.put(di[p + j], ys[j]);
+      }
+    }
+    for (; p < nd; p += L) {
       const int k = nd - p < L ? nd - p : L;
       for (int j = k; j < L; ++j) dx[p + j] = dx[p];  // pad a last partial register
       auto y = Op::template vec<T, S>(V<T>::load(dx + p));

@@ -305,12 +305,7 @@ inline __m128d eval2(__m128d x) {
 struct ErfInv {
   template <class T, int S>
   static typename simd::V<T>::reg vec(typename simd::V<T>::reg x) {
-    using W = simd::V<T>;
-    // Float: below 2^-125 the result would be subnormal (erfinv(x) ~ 0.886 x).
-    // Double: below 2^-960 the low part of the exact product x c0 would be
-    // subnormal and lose bits, so such lanes go to the per-element routine.
-    constexpr T tiny = std::is_same_v<T, float> ? T(0x1p-125f) : T(erfinv_core::kTinyD);
-    typename W::reg r;
+    typename simd::V<T>::reg r;
     if constexpr (std::is_same_v<T, double>) {
       r = S == 2 ? erfinv_core::eval2<false>(x) : erfinv_core::eval2<true>(x);
     } else {
@@ -318,6 +313,16 @@ struct ErfInv {
       __m128 hi = _mm_cvtpd_ps(erfinv_core::eval2<false>(_mm_cvtps_pd(_mm_movehl_ps(x, x))));
       r = _mm_movelh_ps(lo, hi);
     }
+    return vec_finish<T>(x, r);
+  }
+  // Lanes outside [tiny, 1) in magnitude (and NaN) become NaN, for the
+  // per-element routine.  Float: below 2^-125 the result would be subnormal
+  // (erfinv(x) ~ 0.886 x).  Double: below 2^-960 the low part of the exact
+  // product x c0 would be subnormal and lose bits.
+  template <class T>
+  static typename simd::V<T>::reg vec_finish(typename simd::V<T>::reg x, typename simd::V<T>::reg r) {
+    using W = simd::V<T>;
+    constexpr T tiny = std::is_same_v<T, float> ? T(0x1p-125f) : T(erfinv_core::kTinyD);
     auto a = W::and_(x, W::absmask());
     auto ok = W::and_(W::ge(a, W::set1(tiny)), W::lt(a, W::set1(T(1))));
     return W::blend(W::set1(std::numeric_limits<T>::quiet_NaN()), r, ok);
@@ -345,6 +350,31 @@ struct ErfInv {
       r = _mm_and_pd(_mm_or_pd(central<High>(a, sq), _mm_and_pd(x, c(-0.0))), in);
     }
     return _mm_blendv_pd(c(std::numeric_limits<double>::quiet_NaN()), r, ok);
+  }
+  // The deferred lanes (kCentral < |x| < 1, from split()) kDeferGroup
+  // registers at a time: the logarithm and the middle polynomial are long
+  // dependency chains, and evaluating the registers stage by stage lets
+  // the chains overlap.  Each lane gets exactly what vec() gives it: the
+  // same steps as eval2() for a register with no central lane.
+  static constexpr int kDeferGroup = 2;
+  template <class T, int S>
+    requires std::is_same_v<T, double>
+  static void deferred(const __m128d *x, __m128d *y) {
+    using namespace erfinv_core;
+    constexpr bool High = S != 2;
+    constexpr int G = kDeferGroup;
+    __m128d a[G], wh[G], wl[G], r[G], in[G];
+    Square q[G]{};
+    for (int g = 0; g < G; ++g) a[g] = _mm_andnot_pd(c(-0.0), x[g]);
+    if constexpr (High)
+      for (int g = 0; g < G; ++g) q[g] = square(a[g]);
+    for (int g = 0; g < G; ++g) wh[g] = tail_w<High>(a[g], q[g], wl[g]);
+    for (int g = 0; g < G; ++g) r[g] = middle<High>(a[g], wh[g], wl[g]);
+    __m128d all = _mm_castsi128_pd(_mm_set1_epi32(-1));
+    for (int g = 0; g < G; ++g) all = _mm_and_pd(all, in[g] = _mm_cmple_pd(wh[g], c(erfinv_coeffs::kMiddleW)));
+    if (__builtin_expect(_mm_movemask_pd(all) != 3, 0))
+      for (int g = 0; g < G; ++g) r[g] = _mm_blendv_pd(_mm_andnot_pd(c(-0.0), eval<High>(x[g])), r[g], in[g]);
+    for (int g = 0; g < G; ++g) y[g] = vec_finish<double>(x[g], _mm_or_pd(r[g], _mm_and_pd(x[g], c(-0.0))));
   }
   // NaN marks exactly the lanes the vector code leaves to the per-element
   // routine (including NaN arguments).
