@@ -6,9 +6,10 @@
 // library's vector-math kernels (blocks of 1024 or the whole result array).
 // Poles (ln 0, ErfInv(+-1)) are caught by this family's error callbacks,
 // which replace the element with a finite value, so a uniform of exactly 0
-// never turns into an infinity or a NaN.  The arithmetic after the
-// transforms is written as plain elementwise loops: each element gets the
-// same operations whatever the vector width, so results do not depend on the
+// never turns into an infinity or a NaN.  The arithmetic around the
+// transforms is written as plain elementwise loops, or for the Gaussian's
+// hot steps as the SSE loops of lanes.h: each element gets the same
+// operations whatever the vector width, so results do not depend on the
 // split into vector body and tail.
 #include <algorithm>
 #include <cstdint>
@@ -16,6 +17,7 @@
 #include "qor/core.h"
 #include "qor/export.h"
 #include "rng/dist/common.h"
+#include "rng/dist/lanes.h"
 
 namespace qor::rng::dist {
 
@@ -79,7 +81,7 @@ int32_t uniform_member(uint32_t method, void *stream, int32_t n, T *r, T a, T b)
 // x = a + sigma * x over r[0..n).
 template <class T>
 void scale(T *r, int32_t n, T a, T sigma) {
-  for (int32_t i = 0; i < n; ++i) r[i] = r[i] * sigma + a;
+  lanes::affine(r, n, sigma, a);
 }
 
 // Method 0: two uniforms per variate, sin half only, no state.
@@ -95,18 +97,16 @@ int32_t gaussian_bm0(void *stream, int32_t n, T *r, T a, T sigma) {
     st = uniform(stream, 2 * b, u, T(0), T(1));
     if (st < 0) return st;
     T *out = r + done;
-    for (int32_t k = 0; k < b; ++k) {
-      ang[k] = P::kTwoPi * u[2 * k + 1];
-      u[k] = u[2 * k];  // compact the u1 values into the front half
-    }
+    // angles 2 pi u2; the u1 values compacted into the front half
+    lanes::unpair(u, b, ang, P::kTwoPi);
     P::sin(b, ang, ang);
     // Out of place: the callback must see the argument (0 for ln 0), which
     // an in-place kernel would already have overwritten with its result.
     T *rad = u + kBlock;
     P::ln(b, u, rad);
-    for (int32_t k = 0; k < b; ++k) rad[k] *= T(-2.0);
+    lanes::times(rad, b, T(-2.0));
     P::sqrt(b, rad, rad);
-    for (int32_t k = 0; k < b; ++k) out[k] = rad[k] * sigma * ang[k] + a;
+    lanes::radial(out, b, rad, ang, sigma, a);
     done += b;
   }
   return st;
@@ -167,21 +167,14 @@ int32_t gaussian_bm1(void *stream, int32_t n, T *r, T a, T sigma) {
     const int32_t h = b / 2;
     st = uniform(stream, b, u, T(0), T(1));
     if (st < 0) return st;
-    for (int32_t k = 0; k < h; ++k) {
-      s[k] = P::kTwoPi * u[2 * k + 1];
-      u[k] = u[2 * k];
-    }
+    lanes::unpair(u, h, s, P::kTwoPi);
     P::sincos(h, s, s, c);
     // Out of place so that the error callback sees the argument of ln.
     T *rad = u + kBlock / 2;
     P::ln(h, u, rad);
-    for (int32_t k = 0; k < h; ++k) rad[k] *= T(-2.0);
+    lanes::times(rad, h, T(-2.0));
     P::sqrt(h, rad, rad);
-    T *out = r + w + done;
-    for (int32_t k = 0; k < h; ++k) {
-      out[2 * k] = rad[k] * s[k];
-      out[2 * k + 1] = rad[k] * c[k];
-    }
+    lanes::radial_pairs(r + w + done, h, rad, s, c);
     done += b;
   }
   if (owed & 1) {
