@@ -9,12 +9,12 @@
 // -ln(3/4), the last ends at 48); the central polynomial (erfinv(x)/x in x^2
 // for |x| <= kCentral, one set of coefficients for all lanes) and the middle
 // one (erfinv(x)/x in w for kCentral < |x| and w <= kMiddleW, likewise) are
-// written after them.  Each is Chebyshev interpolation in long
-// double, written in powers of t = v - mid, except the high-accuracy central
-// set, a cubic plus a rational function (central_rational()).  The reference is the library's
-// extended-precision erfinv / erfcinv (about 2^-64 relative); in the tail
-// 1 - x is formed as e^-w / (1 + sqrt(1 - e^-w)) so that it keeps full
-// relative precision.  The degree is the smallest that brings every piece of
+// written after them.  Each is Chebyshev interpolation in long double,
+// written in powers of t = v - mid, except the high-accuracy central set, a
+// cubic plus a rational function (central_rational()).  The reference is
+// the library's extended-precision erfinv / erfcinv (about 2^-64 relative);
+// in the tail 1 - x is formed as e^-w / (1 + sqrt(1 - e^-w)) so that it
+// keeps full relative precision.  The degree is the smallest that brings every piece of
 // a set below its target relative error (printed in the header).
 #include <cmath>
 #include <cstdio>
@@ -127,7 +127,7 @@ static std::vector<ld> least_squares(std::vector<std::vector<ld>> a, std::vector
   return x;
 }
 
-// num(t) / den(t) in powers of t = v - mid, den[0] = 1.
+// num(t) / den(t) in powers of t = v - origin, den[0] = 1.
 struct Rational {
   std::vector<ld> num, den;
 };
@@ -138,14 +138,14 @@ static ld horner(const std::vector<ld> &c, ld t, bool rounded) {
   return s;
 }
 
-// A near-minimax rational approximation num/den (degrees m and k) to h on
-// [mid - half, mid + half], the error weighted by wt, with the coefficients
-// that `fixed` holds (num's m + 1, then den's k + 1; NaN = free) kept at
-// those values; den's constant term is always 1.  Each pass solves the
-// linearised problem h den - num = 0 at 2000 Chebyshev points by least
-// squares in powers of s = t / half, with every row divided by the
-// previous pass's |den| so that the residual measures h - num/den itself
-// (Sanathanan-Koerner), and with point weights multiplied by the last
+// A near-minimax rational approximation num/den (degrees m and k, in powers
+// of t = v - origin) to h on [lo, hi], the error weighted by wt, with the
+// coefficients that `fixed` holds (num's m + 1, then den's k + 1; NaN =
+// free) kept at those values; den's constant term is always 1.  Each pass
+// solves the linearised problem h den - num = 0 at 2000 Chebyshev points by
+// least squares in powers of s = t / half (|s| <= 1), with every row divided
+// by the previous pass's |den| so that the residual measures h - num/den
+// itself (Sanathanan-Koerner), and with point weights multiplied by the last
 // pass's error (Lawson), which pushes the weighted error towards equal
 // ripple.  The pass with the smallest maximum weighted error wins.
 template <class H, class W>
@@ -217,9 +217,9 @@ static Rational rational_fit(ld lo, ld hi, ld origin, int m, int k, H h, W wt, s
 
 // rational_fit with the coefficients rounded to double one at a time, den's
 // first, each in ascending powers, and the free ones refitted after each
-// rounding so that they absorb it: rounding all of them at once would cost
-// several bits, since num and den nearly cancel near the pole the fit puts
-// just beyond the interval.
+// rounding so that they absorb it.  Rounded all at once they lost 2 to 6
+// bits in trials of the central set written in powers of u - mid; rounded
+// this way the fit keeps its accuracy.
 template <class H, class W>
 static Rational rational_fit_rounded(ld lo, ld hi, ld origin, int m, int k, H h, W wt) {
   std::vector<ld> fixed(m + k + 2, NAN);
@@ -267,7 +267,7 @@ static ld check(const Piece &p, const std::vector<ld> &c, bool rounded = false) 
 // end), while a rational function can place its poles along the branch cut
 // and gets there with degrees 9 and 8.  c0 .. c3 are the leading
 // coefficients of a degree-40 interpolant (within rounding, the Taylor
-// coefficients at mid), so the rational part is below 1 % of P and its
+// coefficients at mid), so the rational part is about 1 % of P and its
 // evaluation errors are scaled down by as much.  It is written in powers of
 // r, whose origin is the end of the interval nearest the poles: every pole
 // lies on the side r > 0 and r <= 0 on the interval, so D's terms all have
