@@ -52,6 +52,9 @@ static ld f(const Piece &p, ld v) {
   return erfcinv(e / (1 + std::sqrt(1 - e)));
 }
 
+// v as the kernel holds a double-double coefficient: high and low doubles.
+static ld as_dd(ld v) { return static_cast<ld>(double(v)) + static_cast<ld>(double(v - double(v))); }
+
 // The centre of a piece, a double so that the kernel forms t exactly as here.
 static ld midof(const Piece &p) { return static_cast<ld>(double((p.a + p.b) / 2)); }
 
@@ -252,7 +255,7 @@ static ld check(const Piece &p, const std::vector<ld> &c, bool rounded = false) 
     for (int i = int(c.size()) - 1; i >= 0; --i) {
       ld ci = c[i];
       if (rounded && i > 0) ci = static_cast<ld>(double(c[i]));
-      if (rounded && i == 0) ci = static_cast<ld>(double(c[0])) + static_cast<ld>(double(c[0] - double(c[0])));
+      if (rounded && i == 0) ci = as_dd(c[0]);
       s = s * t + ci;
     }
     ld want = f(p, v);
@@ -276,9 +279,8 @@ static ld check(const Piece &p, const std::vector<ld> &c, bool rounded = false) 
 static void central_rational(const Piece &wide, const char *name) {
   const ld mid = midof(wide), origin = static_cast<ld>(double(wide.b)), target = 0x1p-60L;
   std::vector<ld> c = fit(wide, 40);
-  auto dd = [](ld v) { return static_cast<ld>(double(v)) + static_cast<ld>(double(v - double(v))); };
   auto cubic = [&](ld t) {
-    return dd(c[0]) + dd(c[1]) * t + static_cast<ld>(double(c[2])) * t * t +
+    return as_dd(c[0]) + as_dd(c[1]) * t + static_cast<ld>(double(c[2])) * t * t +
            static_cast<ld>(double(c[3])) * t * t * t;
   };
   auto h = [&](ld v) { return f(wide, v) - cubic(v - mid); };
@@ -397,7 +399,7 @@ int main() {
         for (int i = int(c.size()) - 1; i >= 0; --i) {
           ld ci = c[i];
           if (i >= 2) ci = static_cast<ld>(double(c[i]));
-          else ci = static_cast<ld>(double(c[i])) + static_cast<ld>(double(c[i] - double(c[i])));
+          else ci = as_dd(c[i]);
           sum = sum * t + ci;
         }
         worst = std::fmax(worst, std::fabs(sum - f(wide, v)) / f(wide, v));
@@ -448,7 +450,7 @@ int main() {
           ld ci = c[i];
           if (rounded) {
             if (i >= 2) ci = static_cast<ld>(double(c[i]));
-            else ci = static_cast<ld>(double(c[i])) + static_cast<ld>(double(c[i] - double(c[i])));
+            else ci = as_dd(c[i]);
           }
           sum = sum * t + ci;
         }

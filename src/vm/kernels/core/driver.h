@@ -268,19 +268,26 @@ concept Splits = requires(typename V<T>::reg x, int &d) { Op::template split<T, 
 // The deferred lanes' evaluation is typically one long dependency chain per
 // register; an operation may offer `deferred(x, y)` over `kDeferGroup`
 // registers at once, stage by stage, giving each lane the bits vec() would,
-// so that the chains overlap in the pipeline.
+// so that the chains overlap in the pipeline.  Otherwise they go through
+// vec() one register at a time.
 template <class Op, class T, int S>
-concept DefersGroups = requires(const typename V<T>::reg *x, typename V<T>::reg *y) {
-  Op::kDeferGroup;
-  Op::template deferred<T, S>(x, y);
-};
+constexpr int defer_group() {
+  if constexpr (requires(const typename V<T>::reg *x, typename V<T>::reg *y) {
+                  Op::kDeferGroup;
+                  Op::template deferred<T, S>(x, y);
+                })
+    return Op::kDeferGroup;
+  else
+    return 1;
+}
 
 template <class Op, class T, int S, class Out, class Rep, class A>
 [[gnu::always_inline, gnu::flatten]] inline void split_loop(int body, const Out &out,
                                                             const Rep &rep, const A &a) {
   constexpr int L = V<T>::lanes;
+  constexpr int G = defer_group<Op, T, S>();
   constexpr int kChunk = 256;  // elements per round: the deferred lanes stay in L1
-  alignas(16) T dx[kChunk + L];
+  alignas(16) T dx[kChunk + G * L];
   int di[kChunk];
   for (int c0 = 0; c0 < body; c0 += kChunk) {
     const int c1 = body - c0 < kChunk ? body : c0 + kChunk;
@@ -301,24 +308,17 @@ template <class Op, class T, int S, class Out, class Rep, class A>
         nd += defer >> j & 1;
       }
     }
-    int p = 0;
-    if constexpr (DefersGroups<Op, T, S>) {
-      constexpr int G = Op::kDeferGroup;
-      for (; p + G * L <= nd; p += G * L) {
-        typename V<T>::reg x[G], y[G];
-        for (int g = 0; g < G; ++g) x[g] = V<T>::load(dx + p + g * L);
+    for (int p = 0; p < nd; p += G * L) {
+      const int k = nd - p < G * L ? nd - p : G * L;
+      for (int j = k; j < G * L; ++j) dx[p + j] = dx[p];  // pad a last partial group
+      typename V<T>::reg x[G], y[G];
+      for (int g = 0; g < G; ++g) x[g] = V<T>::load(dx + p + g * L);
+      if constexpr (G > 1)
         Op::template deferred<T, S>(x, y);
-        alignas(16) T ys[G * L];
-        for (int g = 0; g < G; ++g) V<T>::store(ys + g * L, y[g]);
-        for (int j = 0; j < G * L; ++j) out.put(di[p + j], ys[j]);
-      }
-    }
-    for (; p < nd; p += L) {
-      const int k = nd - p < L ? nd - p : L;
-      for (int j = k; j < L; ++j) dx[p + j] = dx[p];  // pad a last partial register
-      auto y = Op::template vec<T, S>(V<T>::load(dx + p));
-      alignas(16) T ys[L];
-      V<T>::store(ys, y);
+      else
+        y[0] = Op::template vec<T, S>(x[0]);
+      alignas(16) T ys[G * L];
+      for (int g = 0; g < G; ++g) V<T>::store(ys + g * L, y[g]);
       for (int j = 0; j < k; ++j) out.put(di[p + j], ys[j]);
     }
   }

@@ -281,23 +281,36 @@ template <bool High>
 // inputs on (-1, 1)), and beyond that the per-lane pieces (only for
 // registers with a lane beyond the middle region, 0.2 % of them; NaN and
 // |x| >= 1 go there too and are replaced later).
+// The lanes beyond kCentral of G registers (a = |x|, sq its exact square),
+// without sign: the middle polynomial, and the per-lane pieces where w >
+// kMiddleW (NaN and |x| >= 1 land there too).  Stage by stage over the
+// registers, so that for G > 1 their long chains (a logarithm, then a
+// polynomial of degree 21) overlap; each lane's bits do not depend on G.
+template <bool High, int G>
+[[gnu::always_inline]] inline void outer(const __m128d *x, const __m128d *a, const Square *sq, __m128d *r) {
+  __m128d wh[G], wl[G], in[G];
+  for (int g = 0; g < G; ++g) wh[g] = tail_w<High>(a[g], sq[g], wl[g]);
+  for (int g = 0; g < G; ++g) r[g] = middle<High>(a[g], wh[g], wl[g]);
+  __m128d all = _mm_castsi128_pd(_mm_set1_epi32(-1));
+  for (int g = 0; g < G; ++g) all = _mm_and_pd(all, in[g] = _mm_cmple_pd(wh[g], c(erfinv_coeffs::kMiddleW)));
+  if (__builtin_expect(_mm_movemask_pd(all) != 3, 0))
+    for (int g = 0; g < G; ++g) r[g] = _mm_blendv_pd(_mm_andnot_pd(c(-0.0), eval<High>(x[g])), r[g], in[g]);
+}
+
 template <bool High>
 inline __m128d eval2(__m128d x) {
   const __m128d a = _mm_andnot_pd(c(-0.0), x);
   const __m128d sign = _mm_and_pd(x, c(-0.0));
-  __m128d in = _mm_cmple_pd(a, c(erfinv_coeffs::kCentral));
+  const __m128d in = _mm_cmple_pd(a, c(erfinv_coeffs::kCentral));
   Square sq{};
   if constexpr (High) sq = square(a);
   const int m = _mm_movemask_pd(in);
   if (__builtin_expect(m == 3, 1)) return _mm_or_pd(central<High>(a, sq), sign);
-  __m128d wl;
-  const __m128d wh = tail_w<High>(a, sq, wl);
-  __m128d r = middle<High>(a, wh, wl);
-  // registers with no central lane (2 % of them for uniform inputs) skip it
+  __m128d r;
+  outer<High, 1>(&x, &a, &sq, &r);
+  // registers with no central lane (2 % of them for uniform inputs) skip it;
+  // central lanes never reach the pieces (w <= 1.28 there)
   if (m != 0) r = _mm_blendv_pd(r, central<High>(a, sq), in);
-  in = _mm_or_pd(in, _mm_cmple_pd(wh, c(erfinv_coeffs::kMiddleW)));
-  if (__builtin_expect(_mm_movemask_pd(in) != 3, 0))
-    r = _mm_blendv_pd(_mm_andnot_pd(c(-0.0), eval<High>(x)), r, in);
   return _mm_or_pd(r, sign);
 }
 
@@ -353,10 +366,8 @@ struct ErfInv {
     return _mm_blendv_pd(c(std::numeric_limits<double>::quiet_NaN()), r, ok);
   }
   // The deferred lanes (kCentral < |x| < 1, from split()) kDeferGroup
-  // registers at a time: the logarithm and the middle polynomial are long
-  // dependency chains, and evaluating the registers stage by stage lets
-  // the chains overlap.  Each lane gets exactly what vec() gives it: the
-  // same steps as eval2() for a register with no central lane.
+  // registers at a time, stage by stage (erfinv_core::outer()), so that
+  // their chains overlap.  Each lane gets exactly what vec() gives it.
   static constexpr int kDeferGroup = 2;
   template <class T, int S>
     requires std::is_same_v<T, double>
@@ -364,17 +375,12 @@ struct ErfInv {
     using namespace erfinv_core;
     constexpr bool High = S != 2;
     constexpr int G = kDeferGroup;
-    __m128d a[G], wh[G], wl[G], r[G], in[G];
+    __m128d a[G], r[G];
     Square q[G]{};
     for (int g = 0; g < G; ++g) a[g] = _mm_andnot_pd(c(-0.0), x[g]);
     if constexpr (High)
       for (int g = 0; g < G; ++g) q[g] = square(a[g]);
-    for (int g = 0; g < G; ++g) wh[g] = tail_w<High>(a[g], q[g], wl[g]);
-    for (int g = 0; g < G; ++g) r[g] = middle<High>(a[g], wh[g], wl[g]);
-    __m128d all = _mm_castsi128_pd(_mm_set1_epi32(-1));
-    for (int g = 0; g < G; ++g) all = _mm_and_pd(all, in[g] = _mm_cmple_pd(wh[g], c(erfinv_coeffs::kMiddleW)));
-    if (__builtin_expect(_mm_movemask_pd(all) != 3, 0))
-      for (int g = 0; g < G; ++g) r[g] = _mm_blendv_pd(_mm_andnot_pd(c(-0.0), eval<High>(x[g])), r[g], in[g]);
+    outer<High, G>(x, a, q, r);
     for (int g = 0; g < G; ++g) y[g] = vec_finish<double>(x[g], _mm_or_pd(r[g], _mm_and_pd(x[g], c(-0.0))));
   }
   // NaN marks exactly the lanes the vector code leaves to the per-element
